@@ -1,0 +1,27 @@
+# What is built, and how strictly.
+option(VEXAKRN_TOOLS "Build the command-line tool vexa" ON)
+option(VEXAKRN_TESTS "Build the tests" OFF)
+option(VEXAKRN_BENCH "Build the benchmarks" OFF)
+option(VEXAKRN_FUZZ "Build the fuzz targets (clang)" OFF)
+option(VEXAKRN_INSTALL "Add install rules" ON)
+option(VEXAKRN_WERROR "Treat warnings as errors" ON)
+set(VEXAKRN_SANITIZE "" CACHE STRING "Sanitizers for everything, as for -fsanitize=")
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+find_program(VEXAKRN_CCACHE ccache)
+if(VEXAKRN_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${VEXAKRN_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${VEXAKRN_CCACHE})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow)
+if(VEXAKRN_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(VEXAKRN_SANITIZE)
+  add_compile_options(-fsanitize=${VEXAKRN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VEXAKRN_SANITIZE})
+endif()
