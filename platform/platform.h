@@ -54,9 +54,9 @@ struct Calls {
   int32_t (*readAt)(File file, void* buffer, uint64_t bytes, uint64_t offset);
   int32_t (*writeAt)(File file, const void* buffer, uint64_t bytes, uint64_t offset);
 
-  // Files by name. read: `*done` below `bytes` is the end of the file. write: `*done` may be short on a full disk. A file
-  // size limit gives an error and never a signal. openFile refuses directories; created files are private to the user
-  // with kOpenExclusive and have the usual permissions without.
+  // Files by name. read: `*done` below `bytes` is the end of the file. write: `*done` may be short on a full disk. A
+  // file size limit gives an error and never a signal. openFile refuses directories; created files are private to the
+  // user with kOpenExclusive and have the usual permissions without.
   int32_t (*openFile)(const char* path, uint32_t mode, File* file);
   int32_t (*readFile)(File file, void* buffer, uint64_t bytes, uint64_t* done);
   int32_t (*writeFile)(File file, const void* buffer, uint64_t bytes, uint64_t* done);
@@ -68,8 +68,8 @@ struct Calls {
   int32_t (*temporaryPath)(char* buffer, size_t capacity);
 
   int32_t (*memoryStatus)(MemoryStatus* status);
-  int32_t (*handleCount)(uint32_t* count);        // handles that the process holds open
-  int32_t (*milliseconds)(uint64_t* ticks);       // monotonic clock
+  int32_t (*handleCount)(uint32_t* count);   // handles that the process holds open
+  int32_t (*milliseconds)(uint64_t* ticks);  // monotonic clock
 
   // Movable blocks, zeroed. A handle stays the same when its block is resized, unless it had to be replaced: use the
   // one that comes back. Null on failure.
@@ -113,7 +113,8 @@ inline constexpr char kPathSeparator =
     '/';
 #endif
 
-// One pointer a thread, null at first. When the thread ends, a non-null one is given to the function registered with it.
+// One pointer a thread, null at first. When the thread ends, a non-null one is given to the function registered with
+// it.
 void* ThreadValue() noexcept;
 bool SetThreadValue(void* value, void (*destroy)(void*)) noexcept;  // false: the system has no room
 

@@ -106,18 +106,18 @@ typedef struct BITMAPHANDLE {
   int32_t Order;           /* VexaByteOrder */
   uint32_t Size32;         /* data size, low 32 bits; the whole size in the older layout */
   uint8_t reserved76[4];
-  void* DitherState;     /* running dithering pass */
-  int32_t DitherMethod;  /* dithering method, 0 to 8 */
-  void* pRgnInfo;        /* the bitmap's region */
-  int32_t XResolution;   /* dots per inch */
-  int32_t YResolution;   /* dots per inch */
-  int32_t Left;          /* animation frame: horizontal offset in pixels */
-  int32_t Top;           /* animation frame: vertical offset in pixels */
-  int32_t Delay;         /* animation frame: milliseconds */
-  int32_t Background;    /* animation frame: colour value */
-  int32_t Transparency;  /* animation frame: colour value */
+  void* DitherState;      /* running dithering pass */
+  int32_t DitherMethod;   /* dithering method, 0 to 8 */
+  void* pRgnInfo;         /* the bitmap's region */
+  int32_t XResolution;    /* dots per inch */
+  int32_t YResolution;    /* dots per inch */
+  int32_t Left;           /* animation frame: horizontal offset in pixels */
+  int32_t Top;            /* animation frame: vertical offset in pixels */
+  int32_t Delay;          /* animation frame: milliseconds */
+  int32_t Background;     /* animation frame: colour value */
+  int32_t Transparency;   /* animation frame: colour value */
   int32_t DisposalMethod; /* animation frame: 0 none, 1 leave, 2 restore background, 3 restore previous */
-  int32_t LowBit;        /* valid bit range of gray samples */
+  int32_t LowBit;         /* valid bit range of gray samples */
   int32_t HighBit;
   RGBQUAD* pLUT; /* display look-up table */
   uint32_t LUTLength;
@@ -307,7 +307,8 @@ V_API int32_t V_CALL V_CompareBitmapHandles(BITMAPHANDLE* a, BITMAPHANDLE* b, ch
 /* Reads the pixel at a displayed position (row 0 is the top row as seen, whatever the perspective) as a plain colour
  * value: red in bits 0-7, green 8-15, blue 16-23. A palette index beyond the palette reads as black; gray deeper
  * than 8 bits is brought from LowBit..HighBit to 8 bits.
- * Returns 1; -13 null record or position outside; -814 null output; -789; -2; or the access's or row function's code. */
+ * Returns 1; -13 null record or position outside; -814 null output; -789; -2; or the access's or row function's code.
+ */
 V_API int32_t V_CALL V_GetPixelColor(BITMAPHANDLE* bitmap, int32_t row, int32_t column, uint32_t* color) V_NOEXCEPT;
 
 /* Writes a colour value at a displayed position. Kinds (top byte): 0x00 a plain colour, which becomes the nearest
@@ -339,7 +340,8 @@ V_API int32_t V_CALL V_GetBitmapOverlay(BITMAPHANDLE* bitmap, int32_t slot, BITM
 /* Frees the overlay in a slot; an empty slot is no error. Returns 1; -13 null record or slot outside; -789. */
 V_API int32_t V_CALL V_FreeBitmapOverlay(BITMAPHANDLE* bitmap, int32_t slot) V_NOEXCEPT;
 
-/* --- defaults of the calling thread --------------------------------------------------------------------------------- */
+/* --- defaults of the calling thread ---------------------------------------------------------------------------------
+ */
 
 /* Resolution, in dots per inch, that initialised bitmaps get; a value below 1 gives them 150. Always 1. */
 V_API int32_t V_CALL V_SetDefaultResolution(int32_t x, int32_t y) V_NOEXCEPT;

@@ -43,8 +43,8 @@ typedef struct REDIRECTFUNCTIONS {
 VEXAKRN_STATIC_ASSERT(sizeof(REDIRECTFUNCTIONS) == 84, "part of the interface");
 
 /* Calls the thread's functions. Failures give -1 (close too), and V_GetLastRedirectError tells why. Without redirection
- * the system's own files are used: whole transfers (a short read is the end of the file), files private to the process's
- * children, directories refused. A handle is used with the table it was opened under. */
+ * the system's own files are used: whole transfers (a short read is the end of the file), files private to the
+ * process's children, directories refused. A handle is used with the table it was opened under. */
 V_API intptr_t V_CALL V_RedirectedOpen(const char* utf8Path, uint32_t mode) V_NOEXCEPT;
 V_API int64_t V_CALL V_RedirectedRead(intptr_t file, void* buffer, uint64_t bytes) V_NOEXCEPT;
 V_API int64_t V_CALL V_RedirectedWrite(intptr_t file, const void* buffer, uint64_t bytes) V_NOEXCEPT;
@@ -69,7 +69,8 @@ V_API int32_t V_CALL V_RedirectIO(REDIRECTOPEN open, REDIRECTREAD read, REDIRECT
 /* Sets the whole table. Returns 1; -814 null; -789 when the size field is not 84. */
 V_API int32_t V_CALL V_SetRedirectFunctions(const REDIRECTFUNCTIONS* functions) V_NOEXCEPT;
 
-/* Reads the table; the size field of the output is set, not read. Returns 1; -814 null; -789 when `structSize` is not 84. */
+/* Reads the table; the size field of the output is set, not read. Returns 1; -814 null; -789 when `structSize` is
+ * not 84. */
 V_API int32_t V_CALL V_GetRedirectFunctions(REDIRECTFUNCTIONS* functions) V_NOEXCEPT;
 V_API int32_t V_CALL V_GetRedirectFunctions2(REDIRECTFUNCTIONS* functions, uint32_t structSize) V_NOEXCEPT;
 

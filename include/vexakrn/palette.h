@@ -18,8 +18,8 @@ V_API RGBQUAD* V_CALL V_CreateGrayPalette(uint32_t bits) V_NOEXCEPT;
  * record, or more than 256 colours; -789 bad size; -1 no memory (the old palette stays). */
 V_API int32_t V_CALL V_SetBitmapNewPalette(BITMAPHANDLE* bitmap, const RGBQUAD* palette, uint32_t colors) V_NOEXCEPT;
 
-/* Gives `dst` a copy of the palette of `src`, or none when `src` has none. Returns 1; -13 null record; -789 bad size; -1 no
- * memory (the old palette stays). */
+/* Gives `dst` a copy of the palette of `src`, or none when `src` has none. Returns 1; -13 null record; -789 bad size;
+ * -1 no memory (the old palette stays). */
 V_API int32_t V_CALL V_CopyBitmapPalette(BITMAPHANDLE* dst, BITMAPHANDLE* src) V_NOEXCEPT;
 
 /* The entry nearest to a colour by squared distance. Black and white prefer the first or last entry when it

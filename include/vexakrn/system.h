@@ -13,8 +13,8 @@ VEXAKRN_BEGIN
 /* The library's version: major << 16 | minor << 8 | patch. */
 V_API uint32_t V_CALL V_GetVersion(void) V_NOEXCEPT;
 
-/* Installs a process-wide trace of unbalanced accesses; null turns it off. `tag` is the function's name. It may be called by
- * several threads at once and must not call back into the engine on the bitmap at hand. Always 1. */
+/* Installs a process-wide trace of unbalanced accesses; null turns it off. `tag` is the function's name. It may be
+ * called by several threads at once and must not call back into the engine on the bitmap at hand. Always 1. */
 typedef void(V_CALL* DIAGNOSTICTRACE)(const char* tag, const char* text, void* userData);
 V_API int32_t V_CALL V_SetDiagnostics(DIAGNOSTICTRACE trace, void* userData) V_NOEXCEPT;
 

@@ -1,0 +1,18 @@
+// The processor features that kernels may use: what the CPU has, lowered by request.
+#ifndef VEXAKRN_COMMON_CPU_H
+#define VEXAKRN_COMMON_CPU_H
+
+#include <cstdint>
+
+namespace vexakrn {
+
+enum class CpuLevel : int32_t { Scalar = 0, Sse41 = 1, Avx2 = 2, Avx512 = 3 };
+
+CpuLevel ActiveCpuLevel() noexcept;
+
+// Asks for a level; the one in force afterwards is the result.
+CpuLevel SetCpuLevel(int32_t level) noexcept;
+
+}  // namespace vexakrn
+
+#endif

@@ -1,0 +1,17 @@
+// Readings of the system that allocation decisions rest on, each at most 10 ms old.
+#ifndef VEXAKRN_COMMON_SYSTEMSTATUS_H
+#define VEXAKRN_COMMON_SYSTEMSTATUS_H
+
+#include "platform/platform.h"
+
+namespace vexakrn {
+
+// False when the system does not tell.
+bool ReadMemoryStatus(platform::MemoryStatus* status) noexcept;
+
+// Whether the process holds nine tenths of its handle budget; true as well when the count cannot be read.
+bool NearHandleLimit() noexcept;
+
+}  // namespace vexakrn
+
+#endif

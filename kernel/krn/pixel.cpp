@@ -1,0 +1,247 @@
+// Single pixels at displayed positions: raw values and colours.
+#include <cstring>
+
+#include "common/packed.h"
+#include "common/perspective.h"
+#include "common/record.h"
+#include "krn/access.h"
+#include "vexakrn/palette.h"
+#include "vexakrn/rows.h"
+
+namespace vexakrn {
+namespace {
+
+// --- raw values: up to 64 bits, little-endian where a pixel has whole bytes ---
+
+// The pixels that share bytes with the wanted one, from a pixel that starts on a byte on.
+struct Window {
+  int32_t column;  // its first pixel
+  uint32_t index;  // the wanted one in it
+  uint64_t bytes;
+};
+
+Window WindowOf(const BITMAPHANDLE& bitmap, int32_t column) noexcept {
+  const auto bits = static_cast<uint32_t>(bitmap.BitsPerPixel);
+  const int32_t group = bits < 8 || bits == 12 ? 8 : 1;  // so many pixels fill whole bytes
+  const auto index = static_cast<uint32_t>(column % group);
+  return {column - column % group, index, ((index + 1) * bits + 7) / 8};
+}
+
+uint64_t RawBytes(int32_t bits) noexcept { return bits <= 8 ? 1 : bits == 12 ? 2 : static_cast<uint64_t>(bits) / 8; }
+
+class Pixel {
+ public:
+  Pixel(BITMAPHANDLE& bitmap, int32_t row, int32_t column) noexcept
+      : bitmap_(bitmap), row_(row), window_(WindowOf(bitmap, column)) {}
+
+  int32_t Get(uint64_t* value) noexcept {
+    V_TRY(Load());
+    *value = 0;
+    const bool packed = WithPacked(bitmap_.BitsPerPixel, [&](auto p) { *value = p.Get(bytes_, window_.index); });
+    if (!packed) std::memcpy(value, bytes_, window_.bytes);
+    return kSuccess;
+  }
+
+  int32_t Put(uint64_t value) noexcept {
+    V_TRY(Load());
+    const auto low = static_cast<uint32_t>(value);
+    const bool packed = WithPacked(bitmap_.BitsPerPixel, [&](auto p) { p.Put(bytes_, window_.index, low); });
+    if (!packed) std::memcpy(bytes_, &value, window_.bytes);
+    return Status(V_PutBitmapRowCol(&bitmap_, bytes_, row_, window_.column, window_.bytes));
+  }
+
+ private:
+  static int32_t Status(int64_t moved) noexcept { return moved < 0 ? static_cast<int32_t>(moved) : kSuccess; }
+
+  int32_t Load() noexcept { return Status(V_GetBitmapRowCol(&bitmap_, bytes_, row_, window_.column, window_.bytes)); }
+
+  BITMAPHANDLE& bitmap_;
+  int32_t row_;
+  Window window_;
+  uint8_t bytes_[16] = {};
+};
+
+// --- colours ---
+
+struct Color {  // 0 to 255 each
+  uint32_t red, green, blue;
+};
+
+enum ColorKind : uint32_t { kPlain = 0x00, kIndex = 0x01, kGray = 0x04 };
+
+uint32_t Luminance(const Color& c) noexcept { return (2 * c.red + 5 * c.green + c.blue + 4) >> 3; }
+
+// Widens a field by repeating its top bits.
+uint32_t Widen(uint32_t value, uint32_t bits) noexcept { return value << (8 - bits) | value >> (2 * bits - 8); }
+
+bool IsGray(const BITMAPHANDLE& bitmap) noexcept {
+  return bitmap.BitsPerPixel == 12 || (bitmap.BitsPerPixel == 16 && bitmap.Order == V_OrderGray);
+}
+
+// The bits of a gray sample that count; a range that makes no sense is the whole sample.
+struct BitRange {
+  uint32_t low, bits;
+};
+
+BitRange RangeOf(const BITMAPHANDLE& bitmap) noexcept {
+  const int32_t low = bitmap.LowBit, high = bitmap.HighBit;
+  if (low < 0 || high < low || high >= bitmap.BitsPerPixel) return {0, static_cast<uint32_t>(bitmap.BitsPerPixel)};
+  return {static_cast<uint32_t>(low), static_cast<uint32_t>(high - low + 1)};
+}
+
+uint32_t GrayOfSample(const BITMAPHANDLE& bitmap, uint64_t sample) noexcept {
+  const BitRange range = RangeOf(bitmap);
+  const uint64_t value = sample >> range.low & ((1u << range.bits) - 1);
+  return static_cast<uint32_t>(range.bits >= 8 ? value >> (range.bits - 8) : value * 255 / ((1u << range.bits) - 1));
+}
+
+uint64_t SampleOfGray(const BITMAPHANDLE& bitmap, uint32_t gray) noexcept {
+  const BitRange range = RangeOf(bitmap);
+  const uint32_t top = (1u << range.bits) - 1;
+  return static_cast<uint64_t>(range.bits > 8 ? gray * top / 255 : gray >> (8 - range.bits)) << range.low;
+}
+
+// Three components in memory order: blue first but for order Rgb.
+Color FromComponents(const BITMAPHANDLE& bitmap, uint32_t c0, uint32_t c1, uint32_t c2) noexcept {
+  return bitmap.Order == V_OrderRgb ? Color{c0, c1, c2} : Color{c2, c1, c0};
+}
+
+Color PaletteColor(const BITMAPHANDLE& bitmap, uint64_t index) noexcept {
+  if (!bitmap.pPalette || index >= static_cast<uint64_t>(bitmap.nColors)) return {0, 0, 0};
+  const RGBQUAD& entry = bitmap.pPalette[index];
+  return {entry.rgbRed, entry.rgbGreen, entry.rgbBlue};
+}
+
+Color ColorOf(const BITMAPHANDLE& bitmap, uint64_t raw) noexcept {
+  const auto field = [raw](uint32_t shift, uint32_t bits) {
+    return static_cast<uint32_t>(raw >> shift & ((1u << bits) - 1));
+  };
+  if (bitmap.BitsPerPixel <= 8) return PaletteColor(bitmap, raw);
+  if (IsGray(bitmap)) {
+    const uint32_t gray = GrayOfSample(bitmap, raw);
+    return {gray, gray, gray};
+  }
+  switch (bitmap.BitsPerPixel) {
+    case 16:
+      if (bitmap.Order == V_OrderRgb565) return {Widen(field(11, 5), 5), Widen(field(5, 6), 6), Widen(field(0, 5), 5)};
+      return {Widen(field(10, 5), 5), Widen(field(5, 5), 5), Widen(field(0, 5), 5)};
+    case 24:
+    case 32:
+      return FromComponents(bitmap, field(0, 8), field(8, 8), field(16, 8));
+    default:
+      return FromComponents(bitmap, field(8, 8), field(24, 8), field(40, 8));  // high bytes of 16-bit samples
+  }
+}
+
+// The raw value of a colour; `old` gives the bits that a colour does not set (alpha, the top bit of 5-5-5).
+uint64_t RawOf(const BITMAPHANDLE& bitmap, const Color& c, uint64_t old) noexcept {
+  if (bitmap.BitsPerPixel <= 8) {
+    const auto colors = static_cast<uint32_t>(bitmap.nColors);
+    return V_FindPaletteIndex(bitmap.pPalette, bitmap.pPalette ? colors : 0, c.red, c.green, c.blue);
+  }
+  if (IsGray(bitmap)) return SampleOfGray(bitmap, Luminance(c));
+  const Color memory = FromComponents(bitmap, c.red, c.green, c.blue);  // its own inverse
+  const uint64_t c0 = memory.red, c1 = memory.green, c2 = memory.blue;
+  switch (bitmap.BitsPerPixel) {
+    case 16:
+      if (bitmap.Order == V_OrderRgb565) return (c.red >> 3) << 11 | (c.green >> 2) << 5 | c.blue >> 3;
+      return (old & 0x8000) | (c.red >> 3) << 10 | (c.green >> 3) << 5 | c.blue >> 3;
+    case 24:
+    case 32:
+      return (old & 0xFF000000) | c2 << 16 | c1 << 8 | c0;
+    default:
+      return (old & 0xFFFF000000000000) | (c2 << 32 | c1 << 16 | c0) * 257;
+  }
+}
+
+// The raw value that a colour value of any kind stands for.
+int32_t RawOfValue(const BITMAPHANDLE& bitmap, uint32_t value, uint64_t old, uint64_t* raw) noexcept {
+  const Color plain{value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF};
+  switch (value >> 24) {
+    case kPlain:
+      *raw = RawOf(bitmap, plain, old);
+      return kSuccess;
+    case kGray:
+      *raw = RawOf(bitmap, {plain.green, plain.green, plain.green}, old);
+      return kSuccess;
+    case kIndex: {
+      const uint32_t index = value & 0xFFFF;
+      if (bitmap.BitsPerPixel > 8) {  // an index means nothing to a deeper pixel but the entry's colour
+        *raw = RawOf(bitmap, PaletteColor(bitmap, index), old);
+        return kSuccess;
+      }
+      *raw = index;
+      return index >> bitmap.BitsPerPixel == 0 ? kSuccess : kInvalidParameter;
+    }
+    default:
+      return kInvalidParameter;
+  }
+}
+
+// --- the opening that all four functions share ---
+
+// Turns the displayed position into the stored one.
+int32_t CheckPosition(const BITMAPHANDLE* bitmap, const void* data, int32_t* row, int32_t* column) noexcept {
+  V_TRY(CheckRecord(bitmap));
+  if (!data) return kNullPointer;
+  V_TRY(CheckAllocated(*bitmap));
+  return ToStored(*bitmap, row, column) ? kSuccess : kInvalidParameter;
+}
+
+// Runs an operation on one pixel with the data accessed.
+template <typename Operation>
+int32_t WithPixel(BITMAPHANDLE& bitmap, int32_t row, int32_t column, Operation operation) noexcept {
+  AccessGuard access(bitmap);
+  V_TRY(access.Status());
+  Pixel pixel(bitmap, row, column);
+  V_TRY(operation(pixel));
+  return access.Release();
+}
+
+}  // namespace
+}  // namespace vexakrn
+
+using namespace vexakrn;
+
+int32_t V_CALL V_GetPixelColor(BITMAPHANDLE* bitmap, int32_t row, int32_t column, uint32_t* color) noexcept {
+  V_TRY(CheckPosition(bitmap, color, &row, &column));
+  return WithPixel(*bitmap, row, column, [&](Pixel& pixel) -> int32_t {
+    uint64_t raw = 0;
+    V_TRY(pixel.Get(&raw));
+    const Color c = ColorOf(*bitmap, raw);
+    *color = c.red | c.green << 8 | c.blue << 16;
+    return kSuccess;
+  });
+}
+
+int32_t V_CALL V_PutPixelColor(BITMAPHANDLE* bitmap, int32_t row, int32_t column, uint32_t color) noexcept {
+  V_TRY(CheckPosition(bitmap, &color, &row, &column));
+  return WithPixel(*bitmap, row, column, [&](Pixel& pixel) -> int32_t {
+    uint64_t old = 0, raw = 0;
+    V_TRY(pixel.Get(&old));
+    V_TRY(RawOfValue(*bitmap, color, old, &raw));
+    return pixel.Put(raw);
+  });
+}
+
+int32_t V_CALL V_GetPixelData(BITMAPHANDLE* bitmap, void* data, int32_t row, int32_t column, uint64_t bytes) noexcept {
+  V_TRY(CheckPosition(bitmap, data, &row, &column));
+  const uint64_t size = RawBytes(bitmap->BitsPerPixel);
+  if (bytes < size) return kInvalidParameter;
+  return WithPixel(*bitmap, row, column, [&](Pixel& pixel) -> int32_t {
+    uint64_t raw = 0;
+    V_TRY(pixel.Get(&raw));
+    std::memcpy(data, &raw, size);
+    return kSuccess;
+  });
+}
+
+int32_t V_CALL V_PutPixelData(BITMAPHANDLE* bitmap, const void* data, int32_t row, int32_t column,
+                              uint64_t bytes) noexcept {
+  V_TRY(CheckPosition(bitmap, data, &row, &column));
+  const uint64_t size = RawBytes(bitmap->BitsPerPixel);
+  if (bytes < size) return kInvalidParameter;
+  uint64_t raw = 0;
+  std::memcpy(&raw, data, size);
+  return WithPixel(*bitmap, row, column, [&](Pixel& pixel) { return pixel.Put(raw); });
+}

@@ -1,0 +1,57 @@
+// Where a bitmap's data lies: one small interface, one implementation a kind.
+//
+// Nothing else in the engine asks which kind a bitmap has. Rows are stored rows; `offset` is the byte in the row at
+// which a transfer starts. Row and column have been checked against the record before a kind is asked.
+#ifndef VEXAKRN_KRN_STORAGE_H
+#define VEXAKRN_KRN_STORAGE_H
+
+#include "common/record.h"
+
+namespace vexakrn {
+
+// What the allocation decision hands to the kind that it chose.
+struct AllocationContext {
+  uint64_t conventionalLimit;  // bytes of conventional memory that the thread's thresholds leave
+  int64_t tileSize;            // bytes
+  int32_t tilesInMemory;       // the fifth threshold
+  bool noDisk;
+};
+
+struct Storage {
+  uint32_t memoryType;  // VexaMemoryFlags; 0 for no storage
+
+  // Makes storage of the record's data size, zeroed, and stores its address; flags are the caller's business.
+  int32_t (*allocate)(BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept;
+  void (*free)(BITMAPHANDLE& bitmap) noexcept;
+
+  // Bytes moved, or a status.
+  int64_t (*read)(BITMAPHANDLE& bitmap, uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept;
+  int64_t (*write)(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept;
+
+  // Changes the number of rows; rows that are added are zero. The record's height and size are the caller's business.
+  // A failure leaves the data as it was.
+  int32_t (*resize)(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept;
+};
+
+extern const Storage kMappedStorage, kGlobalStorage, kUserStorage, kTiledStorage, kDiskStorage, kNoStorage;
+
+// The kind that the record's flags name; kNoStorage when it has none, or when a callback keeps the data.
+const Storage& StorageOf(const BITMAPHANDLE& bitmap) noexcept;
+
+// For kinds that cannot be asked for (-1) or cannot change their height (-13).
+int32_t RefuseAllocation(BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept;
+int32_t RefuseResize(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept;
+
+// Frees the data of an allocated record, through its callback where it has one, and clears address and storage flags.
+void ReleaseStorage(BITMAPHANDLE& bitmap) noexcept;
+
+// Position of a transfer in linear storage; -13 when it leaves the data.
+int32_t LinearPosition(const BITMAPHANDLE& bitmap, int32_t row, uint32_t offset, uint64_t count,
+                       uint64_t* position) noexcept;
+
+// Bytes of `height` rows and what lies before them; false when that is too large for the record's layout.
+bool SizeOfRows(const BITMAPHANDLE& bitmap, int32_t height, uint64_t* bytes) noexcept;
+
+}  // namespace vexakrn
+
+#endif

@@ -1,0 +1,19 @@
+// What allocation and height change of tiles share.
+#ifndef VEXAKRN_KRN_TILERESIZE_H
+#define VEXAKRN_KRN_TILERESIZE_H
+
+#include "krn/tiles.h"
+
+namespace vexakrn {
+
+uint64_t TableBytes(uint32_t tileCount) noexcept;
+
+// Makes the next conventional tile, whose index must be the number of those there are.
+int32_t MakeConventionalTile(TileTable& table, uint32_t index) noexcept;
+void FreeConventionalTile(TileTable& table, uint32_t index) noexcept;
+
+int32_t ResizeTiles(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept;
+
+}  // namespace vexakrn
+
+#endif

@@ -1,0 +1,179 @@
+// Temporary files across processes: two processes in one directory, a process that is killed, and a full disk.
+#include "vexakrn.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "abi/child.h"
+#include "support/bitmap.h"
+
+#ifndef _WIN32
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#endif
+
+namespace {
+
+using vexatest::Child;
+using vexatest::Folder;
+using vexatest::FromUtf8;
+
+std::string ChildFolder() { return std::getenv(vexatest::kChildFolder); }
+
+// Bitmaps whose data lies in the temporary directory: one disk file, and tiles of which all but one lie in a file.
+struct DiskBitmaps {
+  vexatest::Bitmap disk, tiled;
+  int32_t diskStatus, tiledStatus;
+  explicit DiskBitmaps(int32_t height) {
+    V_SetMemoryThresholds(0, 0, 65536, 0, 1, V_ThresholdTileSize | V_ThresholdFifth);
+    diskStatus = disk.Create(V_MemoryDisk, 1000, height, 24);
+    tiledStatus = tiled.Create(V_MemoryTiled, 1000, height, 24);
+  }
+  ~DiskBitmaps() { V_SetMemoryThresholds(0, 0, 0, 0, 0, 31); }
+  void Fill() {
+    for (vexatest::Bitmap* bitmap : {&disk, &tiled}) {
+      vexatest::Access access(*bitmap);
+      const std::vector<uint8_t> row((*bitmap)->BytesPerLine, 0x5A);
+      for (int32_t i = 0; i < (*bitmap)->Height; ++i)
+        EXPECT_EQ(V_PutBitmapRow(*bitmap, row.data(), i, row.size()), static_cast<int64_t>(row.size()));
+    }
+  }
+};
+
+TEST(DISABLED_Child, DrawsNames) {
+  SetGlobalTempFileDirectory(ChildFolder().c_str());
+  // The list of what was drawn lies outside the directory; prefix and tag cut to the least, so that names could meet.
+  std::ofstream list(FromUtf8(ChildFolder() + "-" + std::to_string(vexatest::OwnProcessId()) + ".list"));
+  const auto least = static_cast<uint32_t>(ChildFolder().size() + 1 + 1 + 13);
+  char name[600];
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_EQ(V_GetTempFileNameUTF8(name, i % 2 ? least : sizeof(name), 1, nullptr, "p", "x", 0), 1);
+    list << name << "\n";
+  }
+  list.close();
+  vexatest::FinishChild();
+}
+
+TEST(Processes, TwoOfThemNeverDrawTheSameName) {
+  Folder folder("names");
+  const std::string drawn = folder / "drawn";
+  std::filesystem::create_directory(FromUtf8(drawn));
+  {
+    Child one("DrawsNames", drawn), two("DrawsNames", drawn);
+    EXPECT_EQ(one.Wait(), vexatest::kChildDone);
+    EXPECT_EQ(two.Wait(), vexatest::kChildDone);
+  }
+  std::multiset<std::string> names;
+  for (const std::string& file : folder.Files()) {
+    std::ifstream list(FromUtf8(folder / file.c_str()));
+    for (std::string line; std::getline(list, line);) names.insert(line);
+  }
+  EXPECT_EQ(names.size(), 600u);
+  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 600u) << "a name was drawn twice";
+  for (const std::string& name : names) EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);
+  EXPECT_TRUE(std::filesystem::is_empty(FromUtf8(drawn)));
+}
+
+TEST(DISABLED_Child, WorksOnDiskUntilItIsKilled) {
+  SetGlobalTempFileDirectory((ChildFolder() + "/temp").c_str());
+  DiskBitmaps bitmaps(400);
+  EXPECT_EQ(bitmaps.diskStatus, 1);
+  EXPECT_EQ(bitmaps.tiledStatus, 1);
+  EXPECT_NE(bitmaps.disk->Flags & V_FlagDiskMemory, 0u);
+  bitmaps.Fill();
+  if (!HasFailure()) vexatest::WriteAll(ChildFolder() + "/ready", "yes");
+  std::this_thread::sleep_for(std::chrono::seconds(60));
+  vexatest::FinishChild();
+}
+
+TEST(Processes, AKilledOneLeavesNoFiles) {
+  Folder folder("killed");
+  std::filesystem::create_directory(FromUtf8(folder / "temp"));
+  Child child("WorksOnDiskUntilItIsKilled", folder.Name());
+  ASSERT_TRUE(child.Started());
+  ASSERT_TRUE(vexatest::Eventually([&] { return std::filesystem::exists(FromUtf8(folder / "ready")); }));
+  child.Kill();
+  EXPECT_TRUE(vexatest::Eventually([&] { return std::filesystem::is_empty(FromUtf8(folder / "temp")); }));
+}
+
+#ifndef _WIN32
+TEST(DISABLED_Child, MeetsAFullDisk) {
+  // In a mount table of its own, which ends with the process.
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("tmpfs", ChildFolder().c_str(), "tmpfs", 0, "size=2m") != 0)
+    std::exit(vexatest::kChildSkipped);
+  SetGlobalTempFileDirectory(ChildFolder().c_str());
+  const auto isEmpty = [] { return std::filesystem::is_empty(FromUtf8(ChildFolder())); };
+  {
+    DiskBitmaps bitmaps(3000);  // 9 MB each
+    EXPECT_EQ(bitmaps.diskStatus, -1);
+    EXPECT_EQ(bitmaps.disk->Flags & V_FlagAllocated, 0u);
+    if (bitmaps.tiledStatus == 1) {
+      bitmaps.Fill();  // then it must have found room elsewhere
+    } else {
+      EXPECT_LT(bitmaps.tiledStatus, 0);
+    }
+    EXPECT_TRUE(isEmpty());
+  }
+  {
+    DiskBitmaps bitmaps(300);  // what fits still works, and growing past the disk leaves it as it was
+    EXPECT_EQ(bitmaps.diskStatus, 1);
+    EXPECT_EQ(bitmaps.tiledStatus, 1);
+    bitmaps.Fill();
+    EXPECT_EQ(V_ChangeBitmapHeight(bitmaps.disk, 3000), -1);
+    EXPECT_EQ(bitmaps.disk->Height, 300);
+    const int32_t grown = V_ChangeBitmapHeight(bitmaps.tiled, 3000);
+    EXPECT_EQ(int32_t{bitmaps.tiled->Height}, grown == 1 ? 3000 : 300);
+    bitmaps.Fill();
+    EXPECT_EQ(V_ChangeBitmapHeight(bitmaps.disk, 310), 1);
+  }
+  EXPECT_TRUE(isEmpty());
+  const std::string from = ChildFolder() + "/from", to = ChildFolder() + "/to";
+  vexatest::WriteAll(from, std::string(1500000, 'f'));
+  EXPECT_EQ(V_RedirectedTempFileCopy(from.c_str(), to.c_str()), -1);
+  EXPECT_FALSE(std::filesystem::exists(FromUtf8(to))) << "half a copy was left";
+  vexatest::FinishChild();
+}
+
+TEST(Processes, AFullDiskIsAStatusAndLeavesNothing) {
+  Folder folder("full");
+  const int code = Child("MeetsAFullDisk", folder.Name()).Wait();
+  if (code == vexatest::kChildSkipped) GTEST_SKIP() << "may not mount a small disk";
+  EXPECT_EQ(code, vexatest::kChildDone);
+}
+
+TEST(DISABLED_Child, MeetsAFileSizeLimit) {
+  const rlimit limit = {1 << 20, 1 << 20};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  SetGlobalTempFileDirectory(ChildFolder().c_str());
+  {
+    DiskBitmaps bitmaps(1000);
+    EXPECT_EQ(bitmaps.diskStatus, -1);
+    if (bitmaps.tiledStatus == 1) bitmaps.Fill();
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(FromUtf8(ChildFolder())));
+  const std::string path = ChildFolder() + "/file";
+  const intptr_t file = V_RedirectedOpen(path.c_str(), V_OpenWrite | V_OpenCreate);
+  const std::vector<char> bytes(700000);
+  EXPECT_EQ(V_RedirectedWrite(file, bytes.data(), bytes.size()), 700000);
+  EXPECT_LT(V_RedirectedWrite(file, bytes.data(), bytes.size()), 700000);
+  EXPECT_EQ(V_RedirectedSeek(file, 2 << 20, 0), 2 << 20);
+  EXPECT_EQ(V_RedirectedWrite(file, bytes.data(), 1), -1);
+  EXPECT_EQ(V_RedirectedClose(file), 0);
+  vexatest::FinishChild();
+}
+
+TEST(Processes, AFileSizeLimitIsAStatusAndNoSignal) {
+  Folder folder("limit");
+  EXPECT_EQ(Child("MeetsAFileSizeLimit", folder.Name()).Wait(), vexatest::kChildDone);
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,249 @@
+// Many threads at once: what is a thread's own stays its own, and what the process shares stays whole.
+#include "vexakrn.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "abi/child.h"
+#include "support/bitmap.h"
+#include "support/random.h"
+#include "support/settings.h"
+#include "support/tempdir.h"
+
+namespace {
+
+using vexatest::Random;
+
+constexpr int kThreads = 6;
+
+// Runs `body` with 0, 1, ... on as many threads, which start together.
+void Together(int threads, const std::function<void(int)>& body) {
+  std::atomic<int> waiting{threads};
+  std::vector<std::thread> all;
+  for (int t = 0; t < threads; ++t)
+    all.emplace_back([&, t] {
+      for (--waiting; waiting > 0;) std::this_thread::yield();
+      body(t);
+    });
+  for (std::thread& thread : all) thread.join();
+}
+
+int32_t V_CALL Callback(int32_t, void*) { return 1; }
+intptr_t V_CALL OpenNothing(const char*, uint32_t, void*) { return -1; }
+
+TEST(Threads, SettingsStayEachThreadsOwn) {
+  Together(kThreads, [](int t) {
+    int own[2] = {};
+    for (int32_t i = 0; i < 1500; ++i) {
+      const int32_t value = t * 100000 + i;
+      V_SetStatusCallBack(Callback, &own[0], nullptr, nullptr);
+      V_SetCopyStatusCallBack(Callback, &own[1], nullptr, nullptr);
+      V_SetMemoryThresholds(value, value + 1, value + 2, value + 3, value + 4, 31);
+      V_SetDefaultMemoryType((i + t) % 2 ? V_MemoryConventional : V_MemoryDisk);
+      V_SetDefaultResolution(value + 5, value + 6);
+      V_SetDefaultDithering((i + t) % 9);
+      void* data = &own[0];
+      V_RedirectIO(OpenNothing, nullptr, nullptr, nullptr, nullptr, data);
+      if (i % 16 == 0) std::this_thread::yield();
+
+      ASSERT_EQ(V_GetStatusCallBack(&data), &Callback);
+      ASSERT_EQ(data, &own[0]);
+      ASSERT_EQ(V_GetCopyStatusCallBack(&data), &Callback);
+      ASSERT_EQ(data, &own[1]);
+      int32_t reserve = 0, fourth = 0, fifth = 0;
+      int64_t conventional = 0, tile = 0;
+      V_GetMemoryThresholds(&reserve, &conventional, &tile, &fourth, &fifth);
+      ASSERT_TRUE(reserve == value && conventional == value + 1 && tile == value + 2 && fourth == value + 3 &&
+                  fifth == value + 4);
+      uint32_t type = 0;
+      V_GetDefaultMemoryType(&type);
+      ASSERT_EQ(type, (i + t) % 2 ? V_MemoryConventional : V_MemoryDisk);
+      ASSERT_EQ(V_GetDefaultXResolution(), value + 5);
+      ASSERT_EQ(V_GetDefaultYResolution(), value + 6);
+      ASSERT_EQ(V_GetDefaultDithering(), (i + t) % 9);
+      REDIRECTFUNCTIONS table;
+      V_GetRedirectFunctions(&table);
+      void* const openData = table.openData;
+      ASSERT_EQ(openData, &own[0]);
+    }
+  });
+  EXPECT_EQ(V_GetStatusCallBack(nullptr), nullptr);
+  EXPECT_EQ(V_UsesRedirectIO(), 0);
+}
+
+// Thousands of short-lived threads, each with its settings: none of them sees the settings of one before.
+TEST(Threads, ANewThreadStartsWithFreshSettings) {
+  for (int i = 0; i < 300; ++i)
+    Together(4, [](int) {
+      int32_t reserve = 1;
+      V_GetMemoryThresholds(&reserve, nullptr, nullptr, nullptr, nullptr);
+      EXPECT_EQ(reserve, 0);
+      EXPECT_EQ(V_GetStatusCallBack(nullptr), nullptr);
+      EXPECT_EQ(V_UsesRedirectIO(), 0);
+      V_SetMemoryThresholds(77, 0, 0, 0, 0, V_ThresholdReserve);
+      V_SetStatusCallBack(Callback, nullptr, nullptr, nullptr);
+      V_RedirectIO(OpenNothing, nullptr, nullptr, nullptr, nullptr, nullptr);
+    });
+}
+
+TEST(Threads, StreamsOfThreadsDoNotMix) {
+  Together(kThreads, [](int t) {
+    Random random(static_cast<uint64_t>(t) + 1);
+    for (int round = 0; round < 60; ++round) {
+      void* state = nullptr;
+      intptr_t file = -1;
+      const uint32_t flags = round % 2 ? 25 : 9;
+      ASSERT_EQ(V_StartRedirectToBuffer(&state, &file, flags, nullptr, 0, 0), 1);
+      const std::vector<uint8_t> bytes(random.Below(50000) + 1, static_cast<uint8_t>(t + 1));
+      ASSERT_EQ(V_RedirectedWrite(file, bytes.data(), bytes.size()), static_cast<int64_t>(bytes.size()));
+      ASSERT_EQ(V_RedirectedSeek(file, 0, 0), 0);
+      std::vector<uint8_t> read(bytes.size());
+      ASSERT_EQ(V_RedirectedRead(file, read.data(), read.size()), static_cast<int64_t>(read.size()));
+      ASSERT_TRUE(read == bytes);
+      void* block = nullptr;
+      ASSERT_EQ(V_StopRedirectToBuffer(state, &block, nullptr, nullptr), 1);
+      flags& V_StreamHeap ? V_FreeBuffer(block) : V_SysFreeBlock(block);
+    }
+  });
+}
+
+TEST(Threads, TemporaryNamesNeverRepeat) {
+  vexatest::TempDirectory directory;
+  constexpr int kNames = 150;
+  std::vector<std::vector<std::string>> names(kThreads);
+  Together(kThreads, [&](int t) {
+    char name[600];
+    // A tag cut off by a short buffer no longer tells threads apart: then the list of names in use must.
+    const auto least = static_cast<uint32_t>(directory.Utf8().size() + 1 + 1 + 13);
+    for (int i = 0; i < kNames; ++i) {
+      const uint32_t capacity = i % 3 == 0 ? least : sizeof(name);
+      ASSERT_EQ(V_GetTempFileNameUTF8(name, capacity, static_cast<uint32_t>(i % 3 + 1), nullptr, "p", "x", 0), 1);
+      names[static_cast<size_t>(t)].push_back(name);
+    }
+  });
+  std::set<std::string> all;
+  for (const auto& some : names) all.insert(some.begin(), some.end());
+  EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kNames));
+  EXPECT_EQ(directory.Names().size(), static_cast<size_t>(kThreads * kNames / 3));
+  Together(kThreads, [&](int t) {
+    for (const std::string& name : names[static_cast<size_t>(t)]) EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);
+  });
+  EXPECT_TRUE(directory.Names().empty());
+}
+
+// Shared records change as a whole: a reader sees one writer's values, never parts of two.
+TEST(Threads, SharedSettingsAreNeverTorn) {
+  TEMPFILEOPTIONS atFirst;
+  V_GetTempFileOptions(&atFirst);
+  Together(kThreads, [](int t) {
+    for (uint32_t i = 0; i < 800; ++i) {
+      const auto letter = static_cast<char>('a' + t);
+      if (t % 2 == 0) {
+        const std::string name(20 + static_cast<size_t>(i % 200), letter);
+        ASSERT_EQ(SetGlobalTempFileDirectory(name.c_str()), 1);
+        const uint32_t own = static_cast<uint32_t>(t) * 1000 + i;
+        const TEMPFILEOPTIONS options = {24, own % 3 + 1, own, own, own, own};
+        ASSERT_EQ(V_SetTempFileOptions(&options), 1);
+      }
+      char directory[1100];
+      ASSERT_EQ(V_GetTempFileDirectoryUTF8(directory, sizeof(directory)), 1);
+      if (std::strchr("ace", directory[0])) {
+        ASSERT_EQ(std::strspn(directory, std::string(1, directory[0]).c_str()), std::strlen(directory)) << directory;
+      }
+      TEMPFILEOPTIONS got;
+      ASSERT_EQ(V_GetTempFileOptions(&got), 1);
+      const uint32_t values[] = {got.uOption1, got.uOption2, got.uOption3, got.uOption4};
+      if (values[0] != 0) {
+        ASSERT_TRUE(values[1] == values[0] && values[2] == values[0] && values[3] == values[0]);
+        ASSERT_EQ(got.uMode, values[0] % 3 + 1);
+      }
+    }
+  });
+  SetGlobalTempFileDirectory(nullptr);
+  V_SetTempFileOptions(&atFirst);
+}
+
+// A hook never runs with the user data of another one, even while hooks are being exchanged.
+int kOddData, kEvenData;
+std::atomic<int> mismatches{0};
+int32_t V_CALL OddHook(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* data) {
+  mismatches += data != &kOddData;
+  return 1;
+}
+int32_t V_CALL EvenHook(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* data) {
+  mismatches += data != &kEvenData;
+  return 1;
+}
+void V_CALL OddTrace(const char*, const char*, void* data) { mismatches += data != &kOddData; }
+void V_CALL EvenTrace(const char*, const char*, void* data) { mismatches += data != &kEvenData; }
+
+TEST(Threads, HooksAndTracesKeepTheirUserData) {
+  mismatches = 0;
+  Together(kThreads, [](int t) {
+    for (int i = 0; i < 2000; ++i) {
+      if (t < 2) {
+        t == 0 ? V_SetAllocateBitmapHook(OddHook, &kOddData) : V_SetAllocateBitmapHook(EvenHook, &kEvenData);
+        t == 0 ? V_SetDiagnostics(OddTrace, &kOddData) : V_SetDiagnostics(EvenTrace, &kEvenData);
+        if (i % 7 == 0) V_SetAllocateBitmapHook(nullptr, nullptr), V_SetDiagnostics(nullptr, nullptr);
+        V_SetCpuLevel(i % 4);
+        EXPECT_LE(V_GetCpuLevel(), 3);
+      } else if (i % 8 == 0) {
+        vexatest::Bitmap bitmap;
+        EXPECT_EQ(bitmap.Create(V_MemoryConventional, 8, 8, 8), 1);
+        V_ReleaseBitmap(bitmap);  // traced: nothing was accessed
+        V_AccessBitmap(bitmap);
+      }
+    }
+  });
+  V_SetAllocateBitmapHook(nullptr, nullptr);
+  V_SetDiagnostics(nullptr, nullptr);
+  V_SetCpuLevel(3);
+  EXPECT_EQ(mismatches, 0);
+}
+
+// Bitmaps of every kind live and die on all threads at once, under a limit that some of them meet.
+TEST(Threads, BitmapsShareTheAccountFairly) {
+  vexatest::TempDirectory directory;
+  vexatest::AccountBalance balance;
+  const uint64_t start = vexatest::UsedMemory();
+  constexpr uint64_t kRoom = 3 << 20;
+  {
+    vexatest::ScopedAccountLimit limit(kRoom);
+    Together(kThreads, [&](int t) {
+      Random random(static_cast<uint64_t>(t) + 100);
+      V_SetMemoryThresholds(0, 0, 65536, 0, 2, V_ThresholdTileSize | V_ThresholdFifth);
+      const uint32_t requests[] = {V_MemoryConventional, V_MemoryTiled, V_MemoryDisk, 9, 265};
+      for (int i = 0; i < 40; ++i) {
+        vexatest::Bitmap bitmap;
+        const int32_t status = bitmap.Create(requests[random.Below(5)], 400, random.Between(1, 1500), 24);
+        EXPECT_LE(vexatest::UsedMemory(), start + kRoom);
+        if (status != 1) {
+          EXPECT_TRUE(status == -1 || status == -1905) << status;
+          continue;
+        }
+        std::vector<uint8_t> row(bitmap->BytesPerLine, static_cast<uint8_t>(t + 1)), got(row.size());
+        vexatest::Access access(bitmap);
+        const int32_t at = random.Between(0, bitmap->Height - 1);
+        EXPECT_EQ(V_PutBitmapRow(bitmap, row.data(), at, row.size()), static_cast<int64_t>(row.size()));
+        EXPECT_EQ(V_GetBitmapRow(bitmap, got.data(), at, got.size()), static_cast<int64_t>(got.size()));
+        EXPECT_TRUE(got == row);
+      }
+      for (int i = 0; i < 500; ++i) {
+        const uint64_t size = random.Below(kRoom);
+        if (V_ManageMemory(V_MemoryReserve, size, nullptr) == 1) {
+          EXPECT_EQ(V_ManageMemory(V_MemoryReturn, size, nullptr), 1);
+        }
+      }
+    });
+  }
+  EXPECT_TRUE(directory.Names().empty());
+}
+
+}  // namespace

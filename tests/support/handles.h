@@ -1,0 +1,77 @@
+// Holds many operating-system handles open, to bring the process near the engine's handle budget.
+#ifndef VEXAKRN_TESTS_SUPPORT_HANDLES_H
+#define VEXAKRN_TESTS_SUPPORT_HANDLES_H
+
+#include <cstddef>
+#include <vector>
+
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
+namespace vexatest {
+
+#ifdef _WIN32
+class ManyHandles {
+ public:
+  explicit ManyHandles(size_t count) {
+    while (handles_.size() < count) {
+      const HANDLE handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+      if (handle == nullptr) break;
+      handles_.push_back(handle);
+    }
+    reached_ = handles_.size() == count;
+  }
+  ~ManyHandles() {
+    for (const HANDLE handle : handles_) CloseHandle(handle);
+  }
+  ManyHandles(const ManyHandles&) = delete;
+  ManyHandles& operator=(const ManyHandles&) = delete;
+  bool Reached() const { return reached_; }
+
+ private:
+  std::vector<HANDLE> handles_;
+  bool reached_ = false;
+};
+#else
+class ManyHandles {
+ public:
+  explicit ManyHandles(size_t count) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+      limit.rlim_cur = limit.rlim_max;
+      setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    while (handles_.size() < count) {
+      const int handle = open("/dev/null", O_RDONLY | O_CLOEXEC);
+      if (handle < 0) break;
+      handles_.push_back(handle);
+    }
+    reached_ = handles_.size() == count;
+  }
+  ~ManyHandles() {
+    for (const int handle : handles_) close(handle);
+  }
+  ManyHandles(const ManyHandles&) = delete;
+  ManyHandles& operator=(const ManyHandles&) = delete;
+  bool Reached() const { return reached_; }
+
+ private:
+  std::vector<int> handles_;
+  bool reached_ = false;
+};
+#endif
+
+}  // namespace vexatest
+
+#endif

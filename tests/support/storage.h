@@ -1,0 +1,179 @@
+// The kinds of storage that a bitmap can have, as a parameter of tests: every body runs over all of them.
+#ifndef VEXAKRN_TESTS_SUPPORT_STORAGE_H
+#define VEXAKRN_TESTS_SUPPORT_STORAGE_H
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "support/bitmap.h"
+#include "support/pixelmodel.h"
+#include "support/settings.h"
+
+namespace vexatest {
+
+// A host that keeps the rows of one bitmap and counts the calls. The call number `refuseAt` (1 is the first, 0 none)
+// is answered with `refusal`.
+class HostStore {
+ public:
+  std::vector<uint8_t> bytes;
+  int32_t allocated = 0, freed = 0, accessed = 0, released = 0, reads = 0, writes = 0;
+  int32_t calls = 0, refuseAt = 0, refusal = -4242;
+  ALLOCATEBITMAPCALLBACKDATA description{};  // of the last allocation
+
+  BITMAPHANDLEDATACALLBACKS Table() {
+    BITMAPHANDLEDATACALLBACKS table{};
+    table.uStructSize = sizeof(table);
+    table.pUserData = this;
+    table.AllocateBitmapData = &Allocate;
+    table.FreeBitmapData = &Free;
+    table.AccessBitmap = &OnAccess;
+    table.ReleaseBitmap = &OnRelease;
+    table.GetBitmapRowCol = &Get;
+    table.PutBitmapRowCol = &Put;
+    return table;
+  }
+
+ private:
+  static HostStore& Self(void* userData) { return *static_cast<HostStore*>(userData); }
+  bool Refuses() { return ++calls == refuseAt; }
+
+  static int32_t V_CALL Allocate(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA* data, void* userData) {
+    HostStore& self = Self(userData);
+    if (self.Refuses()) return self.refusal;
+    ++self.allocated;
+    self.description = *data;
+    self.bytes.assign(data->Size, 0);
+    return 2;
+  }
+  static int32_t V_CALL Free(BITMAPHANDLE*, void* userData) {
+    HostStore& self = Self(userData);
+    if (self.Refuses()) return self.refusal;
+    ++self.freed;
+    return 2;
+  }
+  static int32_t V_CALL OnAccess(BITMAPHANDLE*, void* userData) {
+    HostStore& self = Self(userData);
+    if (self.Refuses()) return self.refusal;
+    ++self.accessed;
+    return 2;
+  }
+  static int32_t V_CALL OnRelease(BITMAPHANDLE*, void* userData) {
+    HostStore& self = Self(userData);
+    if (self.Refuses()) return self.refusal;
+    ++self.released;
+    return 2;
+  }
+  uint8_t* At(BITMAPHANDLE* bitmap, int32_t row, int32_t column, uint64_t count) {
+    if (row < 0 || column < 0) return nullptr;
+    const uint64_t offset = uint64_t{bitmap->BytesPerLine} * static_cast<uint64_t>(row) +
+                            ColumnByte(column, static_cast<int32_t>(bitmap->BitsPerPixel));
+    return offset <= bytes.size() && count <= bytes.size() - offset ? bytes.data() + offset : nullptr;
+  }
+  static uint64_t V_CALL Get(BITMAPHANDLE* bitmap, void* buffer, int32_t row, int32_t column, uint64_t count,
+                             void* userData) {
+    HostStore& self = Self(userData);
+    if (self.Refuses()) return static_cast<uint64_t>(int64_t{self.refusal});
+    const uint8_t* at = self.At(bitmap, row, column, count);
+    if (at == nullptr) return static_cast<uint64_t>(int64_t{V_StatusInvalidParameter});
+    ++self.reads;
+    memcpy(buffer, at, count);
+    return count;
+  }
+  static uint64_t V_CALL Put(BITMAPHANDLE* bitmap, const void* buffer, int32_t row, int32_t column, uint64_t count,
+                             void* userData) {
+    HostStore& self = Self(userData);
+    if (self.Refuses()) return static_cast<uint64_t>(int64_t{self.refusal});
+    uint8_t* at = self.At(bitmap, row, column, count);
+    if (at == nullptr) return static_cast<uint64_t>(int64_t{V_StatusInvalidParameter});
+    ++self.writes;
+    memcpy(at, buffer, count);
+    return count;
+  }
+};
+
+struct StorageKind {
+  enum Setup { kRequest, kUser, kHost, kMovable };
+  const char* name;
+  Setup setup;
+  uint32_t memory;          // the request
+  uint32_t flags;           // the storage bits that it gives
+  int32_t tileRows = 0;     // rows that fit a tile, 0 for tiles smaller than a row
+  int32_t fifth = 0;        // threshold: tiles in memory
+  int32_t roomInTiles = 0;  // account limit in tiles, 0 for none
+  bool IsTiled() const { return (flags & V_FlagTiled) != 0; }
+  bool IsLinear() const { return !IsTiled() && setup != kHost; }
+  bool InOlderLayout() const { return setup == kRequest || setup == kUser; }
+};
+inline void PrintTo(const StorageKind& kind, std::ostream* out) { *out << kind.name; }
+
+inline constexpr uint32_t kInMemory = V_FlagAllocated | V_FlagConventionalMemory;
+inline constexpr StorageKind kStorageKinds[] = {
+    {"Conventional", StorageKind::kRequest, V_MemoryConventional, kInMemory},
+    {"User", StorageKind::kUser, V_MemoryUser, kInMemory | V_FlagMirror},
+    {"TilesOfOneRow", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 0},
+    {"TilesOfThreeRows", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 3},
+    {"TilesMostlyInFile", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 3, 1},
+    {"TilesUnderAccountLimit", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 2, 0, 2},
+    {"Disk", StorageKind::kRequest, V_MemoryDisk, V_FlagAllocated | V_FlagDiskMemory},
+    {"Host", StorageKind::kHost, V_MemoryConventional, V_FlagAllocated | V_FlagMirror},
+    {"Movable", StorageKind::kMovable, V_MemoryConventional, kInMemory | V_FlagGlobal},
+};
+
+// A bitmap in one kind of storage, all bytes zero, with the settings that keep it there. Tiled kinds need more rows
+// than fit one tile.
+class StoredBitmap {
+ public:
+  StoredBitmap(const StorageKind& kind, uint32_t structSize, int32_t width, int32_t height, int32_t bits,
+               int32_t order = V_OrderRgb)
+      : kind_(kind), record_(structSize) {
+    const uint64_t pitch = RowBytes(width, bits);
+    const uint64_t size = pitch * static_cast<uint64_t>(height);
+    if (kind.IsTiled()) {
+      const uint64_t tile = kind.tileRows == 0 ? pitch - 1 : pitch * static_cast<uint64_t>(kind.tileRows) + 1;
+      thresholds_.TileSize(static_cast<int64_t>(tile));
+      thresholds_.Fifth(kind.fifth);
+      if (kind.roomInTiles > 0) limit_.emplace(tile * static_cast<uint64_t>(kind.roomInTiles));
+    }
+    status_ = Create(width, height, bits, order, size);
+  }
+
+  int32_t Status() const { return status_; }
+  Bitmap& Record() { return record_; }
+  operator BITMAPHANDLE*() { return record_; }  // NOLINT: a test passes it where the interface takes a record
+  BITMAPHANDLE* operator->() { return record_.get(); }
+  HostStore& Host() { return host_; }
+  ScopedThresholds& Thresholds() { return thresholds_; }
+
+ private:
+  int32_t Create(int32_t width, int32_t height, int32_t bits, int32_t order, uint64_t size) {
+    if (kind_.setup == StorageKind::kMovable) {
+      record_.Init(width, height, bits);
+      record_->ViewPerspective = V_ViewTopLeft;
+      if (bits > 8) record_->Order = order;
+      record_->DataOffset = kMovableOffset;
+      record_->Addr.Windows.hMemory = V_SysAllocBlock(size + kMovableOffset);
+      record_->Flags |= kInMemory | V_FlagGlobal;
+      return record_->Addr.Windows.hMemory != nullptr ? 1 : V_StatusNoMemory;
+    }
+    user_.assign(kind_.setup == StorageKind::kUser ? size : 0, 0);
+    const BITMAPHANDLEDATACALLBACKS table = host_.Table();
+    return V_CreateBitmapWithCallbacks(record_, record_.StructSize(), kind_.memory, width, height, bits, order, nullptr,
+                                       V_ViewTopLeft, user_.empty() ? nullptr : user_.data(), user_.size(),
+                                       kind_.setup == StorageKind::kHost ? &table : nullptr);
+  }
+
+  static constexpr uint64_t kMovableOffset = 24;  // bytes before the first row
+
+  const StorageKind& kind_;
+  ScopedThresholds thresholds_;
+  std::optional<ScopedAccountLimit> limit_;
+  std::vector<uint8_t> user_;
+  HostStore host_;
+  int32_t status_ = 0;
+  Bitmap record_;  // last: it is freed before what holds its data
+};
+
+}  // namespace vexatest
+
+#endif

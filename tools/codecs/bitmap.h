@@ -1,0 +1,72 @@
+// An image record with its owner: described by a codec, then given storage, then filled row by row.
+#ifndef VEXA_CODECS_BITMAP_H
+#define VEXA_CODECS_BITMAP_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "vexakrn.h"
+
+namespace vexa {
+
+class Bitmap {
+ public:
+  Bitmap();
+  ~Bitmap();
+  Bitmap(const Bitmap&) = delete;
+  Bitmap& operator=(const Bitmap&) = delete;
+
+  // Starts again with an empty image of this size, top left, without storage. Refuses sizes that no record can hold.
+  void Describe(uint64_t width, uint64_t height, int bits);
+  void SetPalette(const std::vector<RGBQUAD>& palette);
+  void SetGrayRamp(uint32_t grays);  // black to white in this many steps
+  void SetResolution(double x, double y);  // dots per inch; values that no picture has are ignored
+
+  // Storage by a memory request of the engine, or in the caller's own bytes. The bitmap is accessed from here on.
+  void Allocate(uint32_t memoryType);
+  void AllocateUser(std::vector<uint8_t>& storage);
+
+  int32_t Width() const { return record_.Width; }
+  int32_t Height() const { return record_.Height; }
+  int32_t Bits() const { return record_.BitsPerPixel; }
+  int32_t Order() const { return record_.Order; }
+  int32_t Perspective() const { return record_.ViewPerspective; }
+  uint32_t Flags() const { return record_.Flags; }
+  uint64_t DataBytes() const { return record_.Size64; }
+  size_t RowBytes() const;  // of the pixels of a row, without padding
+  std::vector<RGBQUAD> Palette() const;
+  bool ResolutionStated() const { return resolutionStated_; }
+
+  // Up to 8 bits the palette says what is gray: `IsGray` black to white in equal steps (any number of them),
+  // `IsInvertedGray` white to black in 2^bits steps. Above, the order says it.
+  bool IsGray() const;
+  bool IsInvertedGray() const;
+  bool HasAlpha() const { return record_.BitsPerPixel == 32 || record_.BitsPerPixel == 64; }
+
+  // The greatest value that a sample can have by HighBit.
+  uint32_t SampleMaximum() const;
+
+  void GetRow(int32_t row, uint8_t* buffer);
+  void PutRow(int32_t row, const uint8_t* buffer);
+  void GetPart(int32_t row, int32_t column, uint8_t* buffer, size_t bytes);
+  void PutPart(int32_t row, int32_t column, const uint8_t* buffer, size_t bytes);
+
+  BITMAPHANDLE& Record() { return record_; }
+  const BITMAPHANDLE& Record() const { return record_; }
+
+ private:
+  void Access();
+  void Free();
+
+  BITMAPHANDLE record_;
+  bool accessed_ = false;
+  bool resolutionStated_ = false;
+};
+
+// Colour value of a palette index, for Transparency and Background.
+inline int32_t IndexColor(uint32_t index) { return static_cast<int32_t>(0x01000000u | index); }
+
+}  // namespace vexa
+
+#endif

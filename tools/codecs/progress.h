@@ -1,0 +1,34 @@
+// Progress of reading and writing, told to the calling thread's status callback.
+#ifndef VEXA_CODECS_PROGRESS_H
+#define VEXA_CODECS_PROGRESS_H
+
+#include <cstdint>
+
+#include "vexakrn.h"
+
+namespace vexa {
+
+// The whole work is `total` units of weight; each part of it has its weight and its number of equal steps. The callback
+// hears 0 first, then each new percentage; another result than 1 throws Stopped.
+class Progress {
+ public:
+  explicit Progress(int64_t total);
+  void BeginPart(int64_t weight, int64_t steps);
+  void Step();
+
+ private:
+  void Tell(int32_t percent);
+
+  STATUSCALLBACK callback_;
+  void* userData_ = nullptr;
+  int64_t total_;
+  int64_t done_ = 0;    // weight of the parts that are finished
+  int64_t weight_ = 0;  // of the running part
+  int64_t steps_ = 1;
+  int64_t step_ = 0;
+  int32_t percent_ = -1;
+};
+
+}  // namespace vexa
+
+#endif

@@ -1,0 +1,47 @@
+// The rows of a bitmap as they are displayed, for formats that cannot say how a picture lies.
+//
+// Perspectives 1 to 4 are whole rows, in one direction or the other. For 5 to 8 a displayed row is a stored column:
+// a band of columns is taken from all stored rows at once and turned, so that a big image is not fetched
+// pixel by pixel. The band has a few megabytes whatever the size of the image.
+#ifndef VEXA_CODECS_UPRIGHT_H
+#define VEXA_CODECS_UPRIGHT_H
+
+#include <cstdint>
+#include <vector>
+
+#include "codecs/bitmap.h"
+
+namespace vexa {
+
+class UprightRows {
+ public:
+  explicit UprightRows(Bitmap& bitmap);
+
+  int32_t Width() const { return width_; }
+  int32_t Height() const { return height_; }
+  int32_t XResolution() const;
+  int32_t YResolution() const;
+
+  // The packed pixels of a displayed row, valid until the next call. Rows in rising order are quick.
+  const uint8_t* Row(int32_t y);
+
+ private:
+  void LoadBand(int32_t firstColumn);
+
+  Bitmap& bitmap_;
+  bool turned_;         // rows are stored columns
+  bool rowsBackward_;   // the first stored row is at the bottom or the right
+  bool pixelsBackward_;  // the first stored pixel is at the other end
+  int32_t width_;
+  int32_t height_;
+  std::vector<uint8_t> stored_;
+  std::vector<uint8_t> row_;
+  int32_t bandColumns_ = 0;  // most columns of a band, a multiple of 8
+  int32_t bandFirst_ = -1;   // stored column of the band's first row
+  int32_t bandCount_ = 0;
+  std::vector<uint8_t> band_;  // a displayed row for each stored column
+};
+
+}  // namespace vexa
+
+#endif
