@@ -27,4 +27,6 @@ Settings& ThreadSettings() noexcept {
   return made ? *made : fallbackSettings;
 }
 
+bool HasOwnSettings() noexcept { return &ThreadSettings() != &fallbackSettings; }
+
 }  // namespace vexakrn

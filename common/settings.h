@@ -14,6 +14,8 @@
 
 namespace vexakrn {
 
+struct Stream;  // krn/memstream.cpp
+
 struct MemoryThresholds {
   int32_t reserve;
   int64_t maxConventional;
@@ -41,6 +43,7 @@ struct Settings {
   StatusCallbackPair status;
   StatusCallbackPair copyStatus;
   REDIRECTFUNCTIONS redirect;
+  Stream* liveStreams;  // memory streams that this thread has started, the newest first
   int32_t lastRedirectError;
   int32_t defaultXResolution;
   int32_t defaultYResolution;
@@ -50,6 +53,9 @@ struct Settings {
 };
 
 Settings& ThreadSettings() noexcept;
+
+// Whether the thread has a block of its own: what must not end up in the shared fallback block asks first.
+bool HasOwnSettings() noexcept;
 
 }  // namespace vexakrn
 

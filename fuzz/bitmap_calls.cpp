@@ -152,7 +152,7 @@ void Slot::Create(Input& input) {
       input.OneIn(5) && layout == V_BITMAPHANDLE_SIZE ? &table : nullptr);
   Check((status == 1) == IsAllocated(), "a created bitmap is allocated, and only then");
   if (status != 1) return;
-  if (request != V_MemoryUser) {
+  if (!(request & V_MemoryUser)) {
     bytes_.emplace(size, uint8_t{0});
   } else if (!user_.empty()) {
     bytes_ = user_;
@@ -172,7 +172,7 @@ void Slot::Allocate(Input& input) {
   }
   bytes_.reset();
   Check((status == 1) == IsAllocated(), "an allocation that fails leaves nothing");
-  if (status == 1 && request != V_MemoryUser && (request & V_MemoryUser) == 0) bytes_.emplace(size, uint8_t{0});
+  if (status == 1 && !(request & V_MemoryUser)) bytes_.emplace(size, uint8_t{0});
 }
 
 void Slot::AttachUserData(Input& input) {

@@ -2,6 +2,7 @@
 #ifndef VEXAKRN_FUZZ_INPUT_H
 #define VEXAKRN_FUZZ_INPUT_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -30,20 +31,21 @@ class Input {
 
   // Mostly 0 to `limit`; sometimes a value at an end of the type, around the limit, or anything.
   int32_t Hostile(int32_t limit) {
-    const auto below = static_cast<uint32_t>(limit);
+    constexpr int32_t kMost = std::numeric_limits<int32_t>::max(), kLeast = std::numeric_limits<int32_t>::min();
+    const auto little = [this] { return static_cast<int32_t>(Below(3)); };
     switch (Below(16)) {
       case 0:
-        return -1 - static_cast<int32_t>(Below(3));
+        return -1 - little();
       case 1:
-        return limit + static_cast<int32_t>(Below(3)) - 1;
+        return static_cast<int32_t>(std::clamp<int64_t>(int64_t{limit} + little() - 1, kLeast, kMost));
       case 2:
-        return std::numeric_limits<int32_t>::max() - static_cast<int32_t>(Below(3));
+        return kMost - little();
       case 3:
-        return std::numeric_limits<int32_t>::min() + static_cast<int32_t>(Below(3));
+        return kLeast + little();
       case 4:
         return Number<int32_t>();
       default:
-        return static_cast<int32_t>(Below(below == 0 ? 1 : below));
+        return limit > 0 ? static_cast<int32_t>(Below(static_cast<uint32_t>(limit))) : 0;
     }
   }
 

@@ -29,10 +29,12 @@ enum VexaThresholds {
  *                    forbidden); -1 to -100: that many percent of the available memory; 0: no maximum
  *   tileSize         bytes of one tile; 0: 16 MiB. A bitmap no larger than a tile is never tiled
  *   fourth           kept and returned
- *   fifth            tiles of a bitmap that may be held in conventional memory, the others lie in a file; -1 to -100:
- * that many percent of its tiles; 0: as many as the memory allows Set stores the selected values in this order; a value
- * below its floor (-100, tileSize 0) ends it with -13, and those stored before stay. Get fills each non-null output.
- * Both return 1 otherwise. */
+ *   fifth            tiles of a bitmap that may be held in conventional memory, the others lie in a file (where disk is
+ *                    forbidden, a bitmap with more tiles is not tiled); -1 to -100: that many percent of its tiles;
+ *                    0: as many as the memory allows
+ *
+ * Set stores the selected values in this order; a value below its floor (-100, tileSize 0) ends it with -13, and those
+ * stored before stay. Get fills each non-null output. Both return 1 otherwise. */
 V_API int32_t V_CALL V_SetMemoryThresholds(int32_t reserve, int64_t maxConventional, int64_t tileSize, int32_t fourth,
                                            int32_t fifth, uint32_t which) V_NOEXCEPT;
 V_API int32_t V_CALL V_GetMemoryThresholds(int32_t* reserve, int64_t* maxConventional, int64_t* tileSize,

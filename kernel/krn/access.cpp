@@ -83,13 +83,14 @@ int32_t V_CALL V_ReleaseBitmap(BITMAPHANDLE* bitmap) noexcept {
 }
 
 int32_t V_CALL V_IntAccessBitmap(BITMAPHANDLE* bitmap, int32_t* didLock) noexcept {
-  const int32_t status = V_AccessBitmap(bitmap);
+  int32_t status = CheckRecord(bitmap, kNullPointer);
+  if (status == kSuccess) status = V_AccessBitmap(bitmap);
   if (didLock) *didLock = status == kSuccess;
   return status;
 }
 
 int32_t V_CALL V_IntReleaseBitmap(BITMAPHANDLE* bitmap, int32_t didLock, int32_t status) noexcept {
-  if (!bitmap) return kNullPointer;
+  V_TRY(CheckRecord(bitmap, kNullPointer));
   if (didLock == 0) return status;
   const int32_t released = V_ReleaseBitmap(bitmap);
   return status != kSuccess ? status : released;

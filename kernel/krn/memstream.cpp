@@ -20,16 +20,21 @@ constexpr uint32_t kMagic = 0x46554256;  // "VBUF" in memory order
 constexpr uint64_t kGrowthStep = 32768;
 constexpr uint32_t kNameCapacity = 50;
 
+}  // namespace
+
 struct Stream {
   uint32_t magic;
   uint32_t flags;
-  void* block;  // heap memory, or the handle of a movable block
+  Stream* next;  // in the thread's list of live streams
+  void* block;   // heap memory, or the handle of a movable block
   uint64_t position;
   uint64_t length;
   uint64_t capacity;
   char name[kNameCapacity];
   REDIRECTFUNCTIONS saved;
 };
+
+namespace {
 
 bool Has(const Stream& stream, uint32_t flags) noexcept { return (stream.flags & flags) == flags; }
 
@@ -157,10 +162,9 @@ int64_t V_CALL StreamWrite(intptr_t file, const void* buffer, uint64_t bytes, vo
   if (end > stream->capacity && Has(*stream, V_StreamGrow)) ResizeBlock(*stream, RoundUp(end, kGrowthStep));
   if (stream->position > stream->capacity) return Fail(kNoMemory);
   const uint64_t count = std::min(bytes, stream->capacity - stream->position);
-  if (count == 0) return 0;
 
   const BlockAddress address(*stream);
-  if (!address.Get()) return Fail(kNoMemory);
+  if (!address.Get()) return stream->capacity == 0 ? 0 : Fail(kNoMemory);
   const uint64_t newEnd = stream->position + count;
   ExtendData(*stream, std::max(stream->length, newEnd), stream->position, address);
   std::memcpy(address.Get() + stream->position, buffer, count);
@@ -193,22 +197,35 @@ bool IsSoundBlock(uint32_t flags, void* block, uint64_t length, uint64_t capacit
   return (flags & V_StreamHeap) != 0 || platform::BlockSize(block) >= std::max(length, capacity);
 }
 
+// Finds the link of the thread's list that leads to a state; null for what is no live stream of this thread. The state
+// itself is not looked into: it may be anything.
+Stream** FindLive(const void* state) noexcept {
+  Stream** link = &ThreadSettings().liveStreams;
+  while (*link && *link != state) link = &(*link)->next;
+  return *link ? link : nullptr;
+}
+
 void Install(Stream& stream) noexcept {
-  REDIRECTFUNCTIONS& table = RedirectTable();
+  Settings& settings = ThreadSettings();
+  stream.next = settings.liveStreams;
+  settings.liveStreams = &stream;
+  REDIRECTFUNCTIONS& table = settings.redirect;
   stream.saved = table;
   table = {sizeof table, StreamOpen, &stream, StreamRead,  &stream, StreamWrite,
            &stream,      StreamSeek, &stream, StreamClose, &stream};
 }
 
-// Puts back what the stream replaced. When another stream was started since, the chain is closed around this one.
+// Puts back what the stream replaced. Where another stream was started since, the chain is closed around this one.
 void Uninstall(const Stream& stream) noexcept {
-  REDIRECTFUNCTIONS& table = RedirectTable();
-  for (Stream* above = StreamIn(table); above && above != &stream; above = StreamIn(above->saved)) {
-    if (StreamIn(above->saved) != &stream) continue;
-    above->saved = stream.saved;
-    return;
+  Settings& settings = ThreadSettings();
+  *FindLive(&stream) = stream.next;
+  bool wasBelow = false;
+  for (Stream* other = settings.liveStreams; other; other = other->next) {
+    if (StreamIn(other->saved) != &stream) continue;
+    other->saved = stream.saved;
+    wasBelow = true;
   }
-  table = stream.saved;
+  if (!wasBelow || StreamIn(settings.redirect) == &stream) settings.redirect = stream.saved;
 }
 
 }  // namespace
@@ -219,6 +236,7 @@ using namespace vexakrn;
 int32_t V_CALL V_StartRedirectToBuffer(void** stateOut, intptr_t* fileOut, uint32_t flags, void* buffer,
                                        uint64_t length, uint64_t capacity) noexcept {
   if (!stateOut || !IsSoundBlock(flags, buffer, length, capacity)) return kInvalidParameter;
+  if (!HasOwnSettings()) return kNoMemory;  // in the shared block it would stand in every thread's way
   Buffer<Stream> made(1);
   if (!made) return kNoMemory;
   Stream& stream = made[0];
@@ -243,8 +261,8 @@ int32_t V_CALL V_StartRedirectToBuffer(void** stateOut, intptr_t* fileOut, uint3
 
 int32_t V_CALL V_StopRedirectToBuffer(void* state, void** bufferOut, uint64_t* lengthOut,
                                       uint64_t* capacityOut) noexcept {
+  if (!state || !FindLive(state)) return kInvalidParameter;
   auto* stream = static_cast<Stream*>(state);
-  if (!stream || state == reinterpret_cast<void*>(~uintptr_t{0}) || stream->magic != kMagic) return kInvalidParameter;
   Uninstall(*stream);
   if (bufferOut) *bufferOut = stream->block;
   if (lengthOut) *lengthOut = stream->length;

@@ -14,12 +14,12 @@ namespace {
 constexpr uint64_t kCopyBytes = 256 * 1024;
 
 // Closes a file of the thread's functions on every path.
-class OpenFile {
+class OpenedFile {
  public:
-  explicit OpenFile(intptr_t file) noexcept : file_(file) {}
-  ~OpenFile() { Close(); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
+  explicit OpenedFile(intptr_t file) noexcept : file_(file) {}
+  ~OpenedFile() { Close(); }
+  OpenedFile(const OpenedFile&) = delete;
+  OpenedFile& operator=(const OpenedFile&) = delete;
 
   explicit operator bool() const noexcept { return file_ != -1; }
   intptr_t Get() const noexcept { return file_; }
@@ -69,9 +69,9 @@ intptr_t V_CALL V_RedirectedTempFileOpenA(const char* path, uint32_t mode) noexc
 int32_t V_CALL V_RedirectedTempFileCopy(const char* from, const char* to) noexcept {
   if (!from || !to) return kNullPointer;
   if (std::strcmp(from, to) == 0) return kInvalidParameter;
-  OpenFile source(V_RedirectedOpen(from, V_OpenRead));
+  OpenedFile source(V_RedirectedOpen(from, V_OpenRead));
   if (!source) return kFileRead;
-  OpenFile target(V_RedirectedTempFileOpenA(to, V_OpenWrite | V_OpenCreate));
+  OpenedFile target(V_RedirectedTempFileOpenA(to, V_OpenWrite | V_OpenCreate));
   if (!target) return CreationFailure();
   int32_t status = CopyContents(source.Get(), target.Get());
   if (!target.Close() && status == kSuccess) status = kNoMemory;

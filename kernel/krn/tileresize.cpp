@@ -121,36 +121,35 @@ int32_t StretchTile(TileTable& table, uint32_t index, uint64_t oldBytes, uint64_
   return kSuccess;
 }
 
-// The table itself must have room for the new entries first; its address may change.
-TileTable* GrowTable(BITMAPHANDLE& bitmap, TileTable* table, uint32_t newCount) noexcept {
-  auto* grown = static_cast<TileTable*>(platform::System().reallocate(table, TableBytes(newCount)));
-  if (!grown) return nullptr;
-  std::memset(static_cast<void*>(&grown->tiles[grown->tileCount]), 0, (newCount - grown->tileCount) * sizeof(Tile));
-  bitmap.Addr.Tiled.pTiles = grown;
-  return grown;
+// The table must have room for the new entries first. What a failure later leaves of it does no harm.
+bool GrowTable(TileTable& table, uint32_t newCount) noexcept {
+  const uint64_t bytes = static_cast<uint64_t>(newCount) * sizeof(Tile);
+  auto* grown = static_cast<Tile*>(platform::System().reallocate(table.tiles, bytes));
+  if (!grown) return false;
+  std::memset(static_cast<void*>(grown + table.tileCount), 0, (newCount - table.tileCount) * sizeof(Tile));
+  table.tiles = grown;
+  return true;
 }
 
-int32_t GrowTiles(BITMAPHANDLE& bitmap, TileTable* table, int32_t newHeight) noexcept {
-  const uint32_t newCount = TilesFor(*table, newHeight);
-  if (newCount > table->tileCount) {
-    table = GrowTable(bitmap, table, newCount);
-    if (!table) return kNoMemory;
-  }
-  const uint32_t last = table->tileCount - 1;
-  const uint64_t lastBytes = TileBytes(*table, last);
-  const int32_t oldHeight = table->height;
-  const uint32_t oldConventional = table->conventionalTiles;
-  const bool hadFile = table->file != platform::kNoFile;
+int32_t GrowTiles(TileTable& table, int32_t newHeight) noexcept {
+  const uint32_t newCount = TilesFor(table, newHeight);
+  if (newCount > kMaxTiles) return kNoMemory;
+  if (newCount > table.tileCount && !GrowTable(table, newCount)) return kNoMemory;
+  const uint32_t last = table.tileCount - 1;
+  const uint64_t lastBytes = TileBytes(table, last);
+  const int32_t oldHeight = table.height;
+  const uint32_t oldConventional = table.conventionalTiles;
+  const bool hadFile = table.file != platform::kNoFile;
 
-  table->height = newHeight;  // tile sizes follow it
-  int32_t status = newCount > table->tileCount ? AppendTiles(*table, newCount) : kSuccess;
-  if (status == kSuccess) status = StretchTile(*table, last, lastBytes, TileBytes(*table, last));
+  table.height = newHeight;  // tile sizes follow it
+  int32_t status = newCount > table.tileCount ? AppendTiles(table, newCount) : kSuccess;
+  if (status == kSuccess) status = StretchTile(table, last, lastBytes, TileBytes(table, last));
   if (status != kSuccess) {
-    RemoveAppended(*table, oldConventional, hadFile);
-    table->height = oldHeight;
+    RemoveAppended(table, oldConventional, hadFile);
+    table.height = oldHeight;
     return kNoMemory;
   }
-  table->tileCount = newCount;
+  table.tileCount = newCount;
   return kSuccess;
 }
 
@@ -160,7 +159,7 @@ int32_t ResizeTiles(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {
   TileTable* table = TilesOf(bitmap);
   uint64_t bytes = 0;
   if (!table || !SizeOfRows(bitmap, newHeight, &bytes)) return kNoMemory;
-  if (newHeight > table->height) return GrowTiles(bitmap, table, newHeight);
+  if (newHeight > table->height) return GrowTiles(*table, newHeight);
   ShrinkTiles(*table, newHeight);
   return kSuccess;
 }

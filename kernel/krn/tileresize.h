@@ -6,7 +6,8 @@
 
 namespace vexakrn {
 
-uint64_t TableBytes(uint32_t tileCount) noexcept;
+// More tiles than this would need a table larger than most images: such a bitmap goes elsewhere.
+inline constexpr uint32_t kMaxTiles = 1u << 24;
 
 // Makes the next conventional tile, whose index must be the number of those there are.
 int32_t MakeConventionalTile(TileTable& table, uint32_t index) noexcept;

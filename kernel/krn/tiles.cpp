@@ -2,7 +2,6 @@
 #include "krn/tiles.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 
 #include "common/buffer.h"
@@ -28,20 +27,25 @@ uint32_t TilesByThreshold(int32_t threshold, uint32_t count) noexcept {
 uint32_t ChooseConventionalTiles(const TileTable& table, uint64_t dataSize, const AllocationContext& context) noexcept {
   const uint32_t allowed = TilesByThreshold(context.tilesInMemory, table.tileCount);
   if (context.noDisk) return allowed;
-  const uint64_t tileBytes = static_cast<uint64_t>(table.rowsPerTile) * table.pitch;
   const uint64_t available = AvailableMemory();
   const bool allFit = allowed == table.tileCount && dataSize <= context.conventionalLimit && dataSize <= available;
   if (allFit) return allowed;
   const uint64_t room = std::min(context.conventionalLimit, available / 2);
-  return static_cast<uint32_t>(std::min<uint64_t>(allowed, room / tileBytes));
+  return static_cast<uint32_t>(std::min<uint64_t>(allowed, room / table.slotBytes));
 }
 
 TileTable* MakeTable(const BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept {
   const uint64_t wanted = static_cast<uint64_t>(context.tileSize) / bitmap.BytesPerLine;
   const auto rows = static_cast<uint32_t>(std::clamp<uint64_t>(wanted, 1, static_cast<uint32_t>(bitmap.Height)));
   const uint32_t count = (static_cast<uint32_t>(bitmap.Height) + rows - 1) / rows;
-  auto* table = reinterpret_cast<TileTable*>(AllocateZeroed<uint8_t>(TableBytes(count)));
+  if (count > kMaxTiles) return nullptr;
+  auto* table = AllocateZeroed<TileTable>(1);
   if (!table) return nullptr;
+  table->tiles = AllocateZeroed<Tile>(count);
+  if (!table->tiles) {
+    platform::Free(table);
+    return nullptr;
+  }
   table->tileCount = count;
   table->rowsPerTile = rows;
   table->pitch = bitmap.BytesPerLine;
@@ -49,7 +53,7 @@ TileTable* MakeTable(const BITMAPHANDLE& bitmap, const AllocationContext& contex
   table->noDisk = context.noDisk;
   table->tileSize = context.tileSize;
   table->file = platform::kNoFile;
-  table->slotBytes = RoundUp(static_cast<uint64_t>(rows) * table->pitch, platform::kViewGranularity);
+  table->slotBytes = static_cast<uint64_t>(rows) * table->pitch;
   table->maxViewBytes = std::max(kDefaultViewBytes, table->slotBytes);
   table->newest = table->oldest = kNoTile;
   return table;
@@ -59,6 +63,7 @@ void FreeTable(TileTable* table) noexcept {
   for (uint32_t index = table->conventionalTiles; index-- > 0;) FreeConventionalTile(*table, index);
   DropAllViews(*table);
   platform::CloseScratchFile(table->file);
+  platform::Free(table->tiles);
   platform::Free(table);
 }
 
@@ -139,10 +144,6 @@ int64_t WriteTiles(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uin
 }
 
 }  // namespace
-
-uint64_t TableBytes(uint32_t tileCount) noexcept {
-  return offsetof(TileTable, tiles) + static_cast<uint64_t>(tileCount) * sizeof(Tile);
-}
 
 uint32_t TileRows(const TileTable& table, uint32_t index) noexcept {
   return std::min(table.rowsPerTile, static_cast<uint32_t>(table.height) - index * table.rowsPerTile);

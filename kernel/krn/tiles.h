@@ -14,8 +14,8 @@
 namespace vexakrn {
 
 struct Tile {
-  uint8_t* view;      // null when it is not mapped
-  uint64_t viewSize;  // bytes mapped
+  uint8_t* view;      // the tile's first byte; null when it is not mapped
+  uint64_t viewSize;  // its bytes that are mapped
   uint64_t reserved;  // bytes in the account
   void* handle;       // conventional tiles: the mapping's handle
   uint32_t newer;     // file tiles with a view: neighbours in the order of use
@@ -35,12 +35,12 @@ struct TileTable {
   platform::File file;
   void* fileMapping;
   uint64_t fileBytes;
-  uint64_t slotBytes;     // of one tile in the file
+  uint64_t slotBytes;     // of a whole tile
   uint64_t viewBytes;     // of file tiles mapped now
   uint64_t maxViewBytes;  // at most this, or one tile
   uint32_t newest;        // ends of the order of use
   uint32_t oldest;
-  Tile tiles[1];  // tileCount of them
+  Tile* tiles;  // tileCount of them
 };
 
 inline TileTable* TilesOf(const BITMAPHANDLE& bitmap) noexcept {
@@ -60,7 +60,7 @@ void DropView(TileTable& table, uint32_t index) noexcept;
 // Unmaps every file tile and the file's mapping, so that the file may change its size.
 void DropAllViews(TileTable& table) noexcept;
 
-// Position of a file tile.
+// Position of a file tile in the file: one tile follows another.
 uint64_t SlotOffset(const TileTable& table, uint32_t index) noexcept;
 
 }  // namespace vexakrn

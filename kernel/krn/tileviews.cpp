@@ -29,13 +29,22 @@ bool ReserveView(TileTable& table, uint64_t bytes) noexcept {
   return true;
 }
 
+// Views start at coarse positions: so many bytes of the tile before are mapped too.
+uint64_t ViewLead(const TileTable& table, uint32_t index) noexcept {
+  return SlotOffset(table, index) % platform::kViewGranularity;
+}
+
 bool MapTile(TileTable& table, uint32_t index, uint64_t bytes) noexcept {
   const platform::Calls& system = platform::System();
   if (!table.fileMapping && system.createFileMapping(table.file, table.fileBytes, &table.fileMapping) != 0) {
     table.fileMapping = nullptr;
     return false;
   }
-  return system.mapView(table.fileMapping, SlotOffset(table, index), bytes, &table.tiles[index].view) == 0;
+  const uint64_t lead = ViewLead(table, index);
+  uint8_t* base = nullptr;
+  if (system.mapView(table.fileMapping, SlotOffset(table, index) - lead, lead + bytes, &base) != 0) return false;
+  table.tiles[index].view = base + lead;
+  return true;
 }
 
 }  // namespace
@@ -53,7 +62,6 @@ bool EnsureView(TileTable& table, uint32_t index) noexcept {
   const uint64_t bytes = TileBytes(table, index);
   if (!ReserveView(table, bytes)) return false;
   if (!MapTile(table, index, bytes)) {
-    tile.view = nullptr;
     ReturnMemory(bytes);
     return false;
   }
@@ -66,7 +74,8 @@ bool EnsureView(TileTable& table, uint32_t index) noexcept {
 void DropView(TileTable& table, uint32_t index) noexcept {
   Tile& tile = table.tiles[index];
   Unlink(table, index);
-  platform::UnmapView(tile.view, tile.viewSize);
+  const uint64_t lead = ViewLead(table, index);
+  platform::UnmapView(tile.view - lead, lead + tile.viewSize);
   ReturnMemory(tile.reserved);
   table.viewBytes -= tile.viewSize;
   tile.view = nullptr;

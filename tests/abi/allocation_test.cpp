@@ -73,7 +73,7 @@ TEST_P(AllocationLayouts, EveryRequestIsAcceptedOrRefusedByItsAdjustedValue) {
             << "request " << request << ", " << bits << " bits, mode " << mode;
         ASSERT_EQ(bitmap.StorageFlags(), want.flags) << "request " << request << ", " << bits << " bits";
       }
-      for (const uint32_t request : {0x10u, 0x20u, 0x40u, 0x800u, 0x80000000u, 0x1001u, 0xFFFFFFFFu})
+      for (const uint32_t request : {0x10u, 0x20u, 0x40u, 0x800u, 0x80000000u, 0x1001u, 0xFFFFF1FFu})
         EXPECT_EQ(V_AllocateBitmap(bitmap, request), -13) << request;
     }
   }

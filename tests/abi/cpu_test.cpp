@@ -49,7 +49,7 @@ TEST_F(CpuLevel, TheEnvironmentLowersItFromTheStart) {
   const auto startLevel = [&](const char* value) {
     vexatest::SetEnvironment(kVariable, value);
     EXPECT_EQ(Child("TellsItsCpuLevel", folder.Name()).Wait(), vexatest::kChildDone);
-    return std::stoi("0" + vexatest::ReadAll(folder / "level"));
+    return std::atoi(vexatest::ReadAll(folder / "level").c_str());
   };
   EXPECT_EQ(startLevel(nullptr), best_);
   for (int32_t level : {0, 1, 2, 3}) EXPECT_EQ(startLevel(std::to_string(level).c_str()), std::min(level, best_));

@@ -168,7 +168,7 @@ TEST_P(RecordLayouts, CreatedBitmapGetsOrderAndPaletteByItsArguments) {
         Bitmap bitmap(GetParam());
         const int32_t status = V_CreateBitmap(bitmap, GetParam(), V_MemoryConventional, 5, 4, bits, order,
                                               withPalette ? given : nullptr, 0, nullptr, 0);
-        if (bits != 0 && order == V_OrderRomm && bits != 24 && bits != 48) {
+        if (order == V_OrderRomm && bits != 24 && bits != 48) {
           EXPECT_EQ(status, -27);
           EXPECT_EQ(bitmap.StorageFlags(), 0u);
           continue;

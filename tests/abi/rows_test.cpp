@@ -59,6 +59,7 @@ TEST_P(RowStorage, TransfersMoveTheBytesOfAPlainArray) {
       const size_t offset = pitch * static_cast<size_t>(row) + ColumnByte(column, bits);
       const size_t room = model.size() - offset;
       const size_t count = random.Below(step % 5 == 0 ? room + 1 : std::min<size_t>(room, pitch) + 1);
+      if (count == 0 && Kind().setup == StorageKind::kHost) continue;  // its 0 bytes mean that the engine moves them
       const bool whole = column == 0 && random.Coin();
       GuardedBytes buffer(count);
       if (random.Coin()) {

@@ -30,7 +30,8 @@ class ManyHandles {
       if (handle == nullptr) break;
       handles_.push_back(handle);
     }
-    reached_ = handles_.size() == count;
+    DWORD counted = 0;  // stays 0 on compatible systems that never count
+    reached_ = GetProcessHandleCount(GetCurrentProcess(), &counted) && counted >= count;
   }
   ~ManyHandles() {
     for (const HANDLE handle : handles_) CloseHandle(handle);

@@ -25,6 +25,12 @@ bool IsGrayOf(const RGBQUAD& color, uint8_t gray) {
 
 }  // namespace
 
+void CheckSize(uint64_t width, uint64_t height) {
+  if (width == 0 || height == 0) throw Error("the image has no pixels (its width or height is 0)");
+  constexpr uint64_t kMost = std::numeric_limits<int32_t>::max();
+  if (width > kMost || height > kMost) throw Error("the image is too large: a side is beyond 2147483647 pixels");
+}
+
 Bitmap::Bitmap() { CheckStatus(V_InitBitmap(&record_, V_BITMAPHANDLE_SIZE, 0, 0, 0)); }
 
 Bitmap::~Bitmap() { Free(); }
@@ -36,13 +42,11 @@ void Bitmap::Free() {
 }
 
 void Bitmap::Describe(uint64_t width, uint64_t height, int bits) {
-  if (width == 0 || height == 0) throw Error("the image has no pixels (its width or height is 0)");
-  constexpr uint64_t kMost = std::numeric_limits<int32_t>::max();
-  if (width > kMost || height > kMost) throw Error("the image is too large: a side is beyond 2147483647 pixels");
+  CheckSize(width, height);
   Free();
   resolutionStated_ = false;
-  CheckStatus(V_InitBitmap(&record_, V_BITMAPHANDLE_SIZE, static_cast<int32_t>(width), static_cast<int32_t>(height),
-                           bits));
+  CheckStatus(
+      V_InitBitmap(&record_, V_BITMAPHANDLE_SIZE, static_cast<int32_t>(width), static_cast<int32_t>(height), bits));
   record_.ViewPerspective = V_ViewTopLeft;
 }
 
@@ -68,7 +72,8 @@ void Bitmap::SetResolution(double x, double y) {
 
 void Bitmap::Allocate(uint32_t memoryType) {
   const int32_t status = V_AllocateBitmap(&record_, memoryType);
-  if (status == V_StatusInvalidRange) throw Error("the image is too large: its rows do not fit the engine's row length");
+  if (status == V_StatusInvalidRange)
+    throw Error("the image is too large: its rows do not fit the engine's row length");
   if (status != V_StatusSuccess) {
     throw Error("no storage for " + std::to_string(DataBytes()) + " bytes of pixels: " + V_GetStatusText(status));
   }

@@ -10,6 +10,9 @@
 
 namespace vexa {
 
+// Refuses sizes that no record can hold.
+void CheckSize(uint64_t width, uint64_t height);
+
 class Bitmap {
  public:
   Bitmap();
@@ -17,10 +20,10 @@ class Bitmap {
   Bitmap(const Bitmap&) = delete;
   Bitmap& operator=(const Bitmap&) = delete;
 
-  // Starts again with an empty image of this size, top left, without storage. Refuses sizes that no record can hold.
+  // Starts again with an empty image of this size, top left, without storage.
   void Describe(uint64_t width, uint64_t height, int bits);
   void SetPalette(const std::vector<RGBQUAD>& palette);
-  void SetGrayRamp(uint32_t grays);  // black to white in this many steps
+  void SetGrayRamp(uint32_t grays);        // black to white in this many steps
   void SetResolution(double x, double y);  // dots per inch; values that no picture has are ignored
 
   // Storage by a memory request of the engine, or in the caller's own bytes. The bitmap is accessed from here on.

@@ -1,8 +1,8 @@
 // What every codec offers: a reader and a writer over a file, and what its format can hold.
 //
 // A reader describes a page (an initialised record with depth, palette, perspective, resolution and animation fields)
-// and then puts the page's rows, as the file stores them, into the storage that the caller chose. A writer takes bitmaps
-// one after the other. Neither keeps more than a few rows of its own.
+// and then puts the page's rows, as the file stores them, into the storage that the caller chose. A writer takes
+// bitmaps one after the other. Neither keeps more than a few rows of its own.
 #ifndef VEXA_CODECS_CODEC_H
 #define VEXA_CODECS_CODEC_H
 
@@ -73,7 +73,8 @@ std::string KnownExtensions();
 // Refuses, with what the format does hold, a bitmap that it cannot hold.
 void RequireHolding(const Format& format, const Bitmap& bitmap);
 
-// Refuses a header whose pixels could not come from a file of this size, at `ratio` bytes of pixels for each stored byte.
+// Refuses a header whose pixels could not come from a file of this size, at `ratio` bytes of pixels for each stored
+// byte.
 void RequirePlausible(uint64_t width, uint64_t height, int bits, uint64_t fileBytes, uint64_t ratio);
 
 // "24-bit", "8-bit palette", "16-bit signed gray": a bitmap's kind in words.

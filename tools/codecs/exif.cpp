@@ -49,10 +49,17 @@ ExifFacts ParseExif(std::span<const uint8_t> marker) {
       case kOrientation:
         if (value >= 1 && value <= 8) facts.orientation = static_cast<int32_t>(value);
         break;
-      case kXResolution: facts.xResolution = structure.Rational(structure.U32(entry + 8)); break;
-      case kYResolution: facts.yResolution = structure.Rational(structure.U32(entry + 8)); break;
-      case kResolutionUnit: unit = value == 3 ? 2.54 : 1; break;
-      default: break;
+      case kXResolution:
+        facts.xResolution = structure.Rational(structure.U32(entry + 8));
+        break;
+      case kYResolution:
+        facts.yResolution = structure.Rational(structure.U32(entry + 8));
+        break;
+      case kResolutionUnit:
+        unit = value == 3 ? 2.54 : 1;
+        break;
+      default:
+        break;
     }
   }
   facts.xResolution *= unit;
@@ -61,11 +68,11 @@ ExifFacts ParseExif(std::span<const uint8_t> marker) {
 }
 
 std::vector<uint8_t> MakeExif(int32_t orientation) {
-  return {'E',  'x', 'i', 'f', 0, 0,                                                // marker
-          'I',  'I', 42,  0,   8, 0, 0, 0,                                          // header of the structure
-          1,    0,                                                                  // one entry
+  return {'E',  'x', 'i', 'f', 0, 0,                                                    // marker
+          'I',  'I', 42,  0,   8, 0, 0, 0,                                              // header of the structure
+          1,    0,                                                                      // one entry
           0x12, 1,   3,   0,   1, 0, 0, 0, static_cast<uint8_t>(orientation), 0, 0, 0,  // a short
-          0,    0,   0,   0};                                                       // no more directories
+          0,    0,   0,   0};                                                           // no more directories
 }
 
 }  // namespace vexa

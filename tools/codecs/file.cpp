@@ -13,9 +13,12 @@ constexpr uint64_t kBufferBytes = 65536;
 
 uint32_t OpenBits(File::Mode mode) {
   switch (mode) {
-    case File::Mode::kRead: return V_OpenRead;
-    case File::Mode::kRewrite: return V_OpenRead | V_OpenWrite | V_OpenCreate;
-    case File::Mode::kWrite: break;
+    case File::Mode::kRead:
+      return V_OpenRead;
+    case File::Mode::kRewrite:
+      return V_OpenRead | V_OpenWrite | V_OpenCreate;
+    case File::Mode::kWrite:
+      break;
   }
   return V_OpenWrite;
 }

@@ -24,10 +24,10 @@ class File {
   File(const File&) = delete;
   File& operator=(const File&) = delete;
 
-  uint64_t Read(void* buffer, uint64_t bytes);       // fewer than `bytes` only at the end
-  void ReadExactly(void* buffer, uint64_t bytes);    // or an Error about a file cut short
-  int Byte();                                        // the next byte, -1 at the end
-  void Write(const void* data, uint64_t bytes);      // all of it, or an Error
+  uint64_t Read(void* buffer, uint64_t bytes);     // fewer than `bytes` only at the end
+  void ReadExactly(void* buffer, uint64_t bytes);  // or an Error about a file cut short
+  int Byte();                                      // the next byte, -1 at the end
+  void Write(const void* data, uint64_t bytes);    // all of it, or an Error
   uint64_t Seek(int64_t offset, int32_t origin = 0);
   uint64_t Position() const { return position_; }
   uint64_t Size();
@@ -41,7 +41,7 @@ class File {
   void LoadAll();
 
   intptr_t handle_ = -1;
-  uint64_t position_ = 0;         // as the caller sees it
+  uint64_t position_ = 0;           // as the caller sees it
   std::vector<uint8_t> readAhead_;  // bytes at and around the position; the whole input when it cannot seek
   uint64_t readAheadStart_ = 0;
   std::vector<uint8_t> pending_;  // written by the caller, not yet by the system; ends at the position

@@ -10,9 +10,8 @@ namespace {
 
 template <size_t N>
 bool StartsWith(std::span<const uint8_t> start, const char (&magic)[N]) {
-  return start.size() >= N - 1 && std::equal(magic, magic + N - 1, start.begin(), [](char a, uint8_t b) {
-           return static_cast<uint8_t>(a) == b;
-         });
+  return start.size() >= N - 1 && std::equal(magic, magic + N - 1, start.begin(),
+                                             [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; });
 }
 
 Format WithSignature(Format format, bool (*matches)(std::span<const uint8_t>)) {
@@ -129,11 +128,11 @@ std::string DepthInWords(const Bitmap& bitmap) {
 
 void RequireHolding(const Format& format, const Bitmap& bitmap) {
   if (format.canHold(bitmap)) return;
-  throw Error(std::string(format.name) + " cannot hold a " + DepthInWords(bitmap) + " image; " +
-              std::string(format.name) + " holds " + std::string(format.holds));
+  throw Error(std::string(format.name) + " holds " + std::string(format.holds) + ", not " + DepthInWords(bitmap));
 }
 
 void RequirePlausible(uint64_t width, uint64_t height, int bits, uint64_t fileBytes, uint64_t ratio) {
+  CheckSize(width, height);
   const double needed = static_cast<double>(width) * static_cast<double>(height) * bits / 8;
   if (needed > static_cast<double>(fileBytes) * static_cast<double>(ratio))
     throw Error("the file is cut short: it is too small for the " + std::to_string(width) + " x " +

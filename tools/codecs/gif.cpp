@@ -1,5 +1,5 @@
-// GIF: a page is a frame, with its own rectangle, delay, disposal, transparent index and palette in the record. Frames are
-// read one after the other; rows of an interlaced frame go to their place in the bitmap as they come.
+// GIF: a page is a frame, with its own rectangle, delay, disposal, transparent index and palette in the record. Frames
+// are read one after the other; rows of an interlaced frame go to their place in the bitmap as they come.
 //
 // A frame has the depth of its palette, 1 to 8 bits, as the file counts it.
 #include <gif_lib.h>
@@ -22,7 +22,7 @@ constexpr int32_t kMillisecondsPerTick = 10;
 // What the extensions before a frame say.
 struct FrameControl {
   int disposal = 0;
-  int32_t delay = 0;      // milliseconds
+  int32_t delay = 0;  // milliseconds
   int transparent = -1;
   bool waits = false;
 };
@@ -80,7 +80,7 @@ class GifPass {
     gif_->ImageCount = 0;
   }
 
-  const GifFileType& File() const { return *gif_; }
+  const GifFileType& Gif() const { return *gif_; }
   FrameControl control;
 
  private:
@@ -96,7 +96,8 @@ class GifPass {
 
   [[noreturn]] void Fail(int error) const {
     if (!reason_.empty()) throw Error(reason_);
-    if (error == D_GIF_ERR_READ_FAILED || error == D_GIF_ERR_EOF_TOO_SOON) throw Error("the file is cut short");
+    if (error == D_GIF_ERR_READ_FAILED || error == D_GIF_ERR_EOF_TOO_SOON ||
+        error == D_GIF_ERR_NO_SCRN_DSCR) throw Error("the file is cut short");
     const char* text = GifErrorString(error);
     throw Error(std::string("the GIF data is damaged") + (text ? std::string(": ") + text : ""));
   }
@@ -117,7 +118,7 @@ class GifPass {
       if (DGifGetExtensionNext(gif_, &block) == GIF_ERROR) Fail(gif_->Error);
   }
 
-  vexa::File& file_;
+  File& file_;
   std::string reason_;
   GifFileType* gif_ = nullptr;
 };
@@ -134,13 +135,13 @@ class GifReader : public Reader {
     const uint64_t fileBytes = file.Size();
     GifPass counting(file);
     for (; counting.Next(); ++pages_) {
-      const GifImageDesc& image = counting.File().Image;
+      const GifImageDesc& image = counting.Gif().Image;
       RequirePlausible(static_cast<uint64_t>(image.Width), static_cast<uint64_t>(image.Height), 8, fileBytes, 4096);
       counting.SkipRows();
     }
     if (pages_ == 0) throw Error("the file has no frame");
-    canvasWidth_ = counting.File().SWidth;
-    canvasHeight_ = counting.File().SHeight;
+    canvasWidth_ = counting.Gif().SWidth;
+    canvasHeight_ = counting.Gif().SHeight;
   }
 
   int32_t Pages() override { return pages_; }
@@ -151,7 +152,7 @@ class GifReader : public Reader {
 
   void Describe(int32_t page, Bitmap& bitmap) override {
     GoTo(page);
-    const GifFileType& gif = pass_->File();
+    const GifFileType& gif = pass_->Gif();
     const ColorMapObject* colors = gif.Image.ColorMap ? gif.Image.ColorMap : gif.SColorMap;
     if (!colors) throw Error("a frame has no palette");
     std::vector<RGBQUAD> palette;
@@ -180,11 +181,9 @@ class GifReader : public Reader {
     GoTo(page);
     std::vector<uint8_t> indices(static_cast<size_t>(bitmap.Width()));
     std::vector<uint8_t> row(bitmap.RowBytes());
-    const bool interlaced = pass_->File().Image.Interlace;
+    const bool interlaced = pass_->Gif().Image.Interlace;
     progress.BeginPart(bitmap.Height(), bitmap.Height());
-    static constexpr struct {
-      int32_t first, step;
-    } kPasses[] = {{0, 8}, {4, 8}, {2, 4}, {1, 2}};
+    static constexpr struct { int32_t first, step; } kPasses[] = {{0, 8}, {4, 8}, {2, 4}, {1, 2}};
     for (const auto& part : kPasses) {
       for (int32_t y = interlaced ? part.first : 0; y < bitmap.Height(); y += interlaced ? part.step : 1) {
         pass_->ReadRow(indices);
@@ -204,7 +203,9 @@ class GifReader : public Reader {
   static void PackIndices(const std::vector<uint8_t>& indices, std::vector<uint8_t>& row, int bits) {
     WithDepth(bits, [&](auto depth) {
       for (size_t x = 0; x < indices.size(); ++x) {
-        if (indices[x] >> depth != 0) throw Error("the GIF data is damaged: a pixel is beyond the palette");
+        if constexpr (depth < 8) {
+          if (indices[x] >> depth != 0) throw Error("the GIF data is damaged: a pixel is beyond the palette");
+        }
         PutPixel<depth>(row.data(), static_cast<int64_t>(x), indices[x]);
       }
     });
@@ -226,7 +227,7 @@ class GifReader : public Reader {
     }
   }
 
-  vexa::File& file_;
+  File& file_;
   int32_t pages_ = 0;
   int32_t canvasWidth_ = 0;
   int32_t canvasHeight_ = 0;
@@ -277,7 +278,6 @@ class GifWriter : public Writer {
       Require(EGifPutLine(gif_, indices.data(), static_cast<int>(indices.size())));
       progress.Step();
     }
-    gif_->ImageCount = 0;
   }
 
   void Finish() override {
@@ -361,10 +361,11 @@ class GifWriter : public Writer {
     control.DelayTime = std::clamp((record.Delay + kMillisecondsPerTick / 2) / kMillisecondsPerTick, 0, 0xFFFF);
     control.TransparentColor = keyed ? static_cast<int>(transparent & 0xFF) : NO_TRANSPARENT_COLOR;
     GifByteType block[4];
-    Require(EGifPutExtension(gif_, GRAPHICS_EXT_FUNC_CODE, static_cast<int>(EGifGCBToExtension(&control, block)), block));
+    Require(
+        EGifPutExtension(gif_, GRAPHICS_EXT_FUNC_CODE, static_cast<int>(EGifGCBToExtension(&control, block)), block));
   }
 
-  vexa::File& file_;
+  File& file_;
   Document document_;
   GifFileType* gif_ = nullptr;
   std::string reason_;

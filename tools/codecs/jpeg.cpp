@@ -1,7 +1,7 @@
 // JPEG: gray and colour of 8 bits a sample, with orientation and resolution from the file's EXIF block.
 //
-// The library leaves on errors by longjmp. Only calls of the library run between setjmp and that jump, in frames without
-// destructors; what goes wrong in a callback is noted, and thrown once the jump has landed.
+// The library leaves on errors by longjmp. Only calls of the library run between setjmp and that jump, in frames
+// without destructors; what goes wrong in a callback is noted, and thrown once the jump has landed.
 #include <cstdio>
 
 #include <jerror.h>

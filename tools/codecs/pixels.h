@@ -1,8 +1,8 @@
 // Single pixels of packed rows, for the places where whole bytes do not do.
 //
-// Below 8 bits pixels are packed most significant bit first and may straddle two bytes. At 12 bits two pixels share three
-// bytes: the even one is the low 12 bits of the first little-endian word, the odd one the high 12 bits of the word
-// one byte later.
+// Below 8 bits pixels are packed most significant bit first and may straddle two bytes. At 12 bits two pixels share
+// three bytes: the even one is the low 12 bits of the first little-endian word, the odd one the high 12 bits of the
+// word one byte later.
 #ifndef VEXA_CODECS_PIXELS_H
 #define VEXA_CODECS_PIXELS_H
 
@@ -14,9 +14,7 @@
 
 namespace vexa {
 
-inline size_t PackedBytes(int64_t pixels, int bits) {
-  return static_cast<size_t>((pixels * bits + 7) / 8);
-}
+inline size_t PackedBytes(int64_t pixels, int bits) { return static_cast<size_t>((pixels * bits + 7) / 8); }
 
 template <int Bits>
 uint64_t GetPixel(const uint8_t* row, int64_t index) {
@@ -66,7 +64,8 @@ template <typename Work>
 decltype(auto) WithDepth(int bits, Work&& work) {
   switch (bits) {
 #define VEXA_DEPTH(b) \
-  case b: return work(std::integral_constant<int, b>{});
+  case b:             \
+    return work(std::integral_constant<int, b>{});
     VEXA_DEPTH(1)
     VEXA_DEPTH(2)
     VEXA_DEPTH(3)
@@ -82,8 +81,25 @@ decltype(auto) WithDepth(int bits, Work&& work) {
     VEXA_DEPTH(48)
     VEXA_DEPTH(64)
 #undef VEXA_DEPTH
-    default: throw Error("the depth is not supported");
+    default:
+      throw Error("the depth is not supported");
   }
+}
+
+// The next depth that other programs know: 4 for 3, 8 for 5 to 7.
+inline int WidenedBits(int bits) { return bits == 3 ? 4 : bits >= 5 && bits <= 7 ? 8 : bits; }
+
+// A row of indices of 3, 5, 6 or 7 bits in their widened depth.
+inline void WidenIndices(const uint8_t* row, int32_t width, int bits, int widenedBits, uint8_t* out) {
+  WithDepth(bits, [&](auto depth) {
+    for (int32_t x = 0; x < width; ++x) {
+      const uint64_t index = GetPixel<depth>(row, x);
+      if (widenedBits == 4)
+        PutPixel<4>(out, x, index);
+      else
+        PutPixel<8>(out, x, index);
+    }
+  });
 }
 
 }  // namespace vexa

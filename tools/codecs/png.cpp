@@ -1,8 +1,8 @@
-// PNG. Gray of 1 to 8 bits has a gray palette, palettes stay palettes, everything with a second or fourth channel becomes
-// 32 or 64 bits, and 16-bit samples are little-endian in memory.
+// PNG. Gray of 1 to 8 bits has a gray palette, palettes stay palettes, everything with a second or fourth channel
+// becomes 32 or 64 bits, and 16-bit samples are little-endian in memory.
 //
-// The library leaves on errors by longjmp. Only calls of the library run between setjmp and that jump, in frames without
-// destructors; what goes wrong in a callback is noted, and thrown once the jump has landed.
+// The library leaves on errors by longjmp. Only calls of the library run between setjmp and that jump, in frames
+// without destructors; what goes wrong in a callback is noted, and thrown once the jump has landed.
 #include <png.h>
 
 #include <csetjmp>
@@ -103,9 +103,12 @@ class PngReader : public Reader, private PngSession {
   void Describe(int32_t, Bitmap& bitmap) override {
     bitmap.Describe(width_, height_, bits_);
     BITMAPHANDLE& record = bitmap.Record();
-    if (colorType_ == PNG_COLOR_TYPE_PALETTE && bits_ <= 8) DescribePalette(bitmap);
-    else if (bits_ <= 8) bitmap.SetGrayRamp(1u << bits_);
-    else record.Order = bits_ == 16 ? V_OrderGray : V_OrderBgr;
+    if (colorType_ == PNG_COLOR_TYPE_PALETTE && bits_ <= 8)
+      DescribePalette(bitmap);
+    else if (bits_ <= 8)
+      bitmap.SetGrayRamp(1u << bits_);
+    else
+      record.Order = bits_ == 16 ? V_OrderGray : V_OrderBgr;
     if (transparentIndex_ >= 0) {
       record.Transparency = IndexColor(static_cast<uint32_t>(transparentIndex_));
       record.Flags |= V_FlagTransparency;
@@ -222,8 +225,8 @@ class PngWriter : public Writer, private PngSession {
     UprightRows rows(bitmap);
     const int bits = bitmap.Bits();
     const bool gray = bitmap.IsGray() && (bits == 16 || bitmap.Palette().size() == size_t{1} << bits) &&
-                      (bits <= 2 || bits == 4 || bits >= 8);
-    const int fileBits = bits <= 2 ? bits : bits <= 4 ? 4 : bits <= 8 ? 8 : bits == 24 || bits == 32 ? 8 : 16;
+                      (bits == 16 || WidenedBits(bits) == bits);
+    const int fileBits = bits <= 8 ? WidenedBits(bits) : bits == 24 || bits == 32 ? 8 : 16;
     const int colorType = gray        ? PNG_COLOR_TYPE_GRAY
                           : bits <= 8 ? PNG_COLOR_TYPE_PALETTE
                                       : (bitmap.HasAlpha() ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
@@ -250,7 +253,10 @@ class PngWriter : public Writer, private PngSession {
     progress.BeginPart(bitmap.Height(), rows.Height());
     for (int32_t y = 0; y < rows.Height(); ++y) {
       const uint8_t* row = rows.Row(y);
-      if (bits <= 8 && fileBits != bits) row = Widen(row, rows.Width(), bits, fileBits, widened);
+      if (bits < 8 && fileBits != bits) {
+        WidenIndices(row, rows.Width(), bits, fileBits, widened.data());
+        row = widened.data();
+      }
       Try([&] { png_write_row(png_, row); });
       progress.Step();
     }
@@ -269,20 +275,10 @@ class PngWriter : public Writer, private PngSession {
     alpha[index] = 0;
     png_color_16 key = {};
     key.gray = static_cast<png_uint_16>(index);
-    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_tRNS(png_, info_, alpha, static_cast<int>(index) + 1, nullptr);
-    else png_set_tRNS(png_, info_, nullptr, 0, &key);
-  }
-
-  // Indices of 3, 5, 6 and 7 bits in the next width that the format has.
-  static const uint8_t* Widen(const uint8_t* row, int32_t width, int bits, int fileBits, std::vector<uint8_t>& out) {
-    WithDepth(bits, [&](auto depth) {
-      for (int32_t x = 0; x < width; ++x) {
-        const uint64_t index = GetPixel<depth>(row, x);
-        if (fileBits == 4) PutPixel<4>(out.data(), x, index);
-        else PutPixel<8>(out.data(), x, index);
-      }
-    });
-    return out.data();
+    if (colorType == PNG_COLOR_TYPE_PALETTE)
+      png_set_tRNS(png_, info_, alpha, static_cast<int>(index) + 1, nullptr);
+    else
+      png_set_tRNS(png_, info_, nullptr, 0, &key);
   }
 
   png_structp png_ = nullptr;

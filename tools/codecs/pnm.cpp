@@ -1,9 +1,9 @@
 // PBM, PGM, PPM and PAM: raw and plain forms are read, raw forms are written.
 //
-// Samples keep their values. A maximum of 2^n - 1 up to 255 is an n-bit image with a gray palette; another one below 255
-// is an 8-bit image whose palette has as many grays as the file, so that the maximum is known when it is
-// written again. 4095 is 12-bit; the other wide maxima are 16 bits a sample with HighBit at their top bit. Colour
-// samples below 255 keep their values too, with HighBit. In PBM 1 is black: its palette is white, black.
+// Samples keep their values. A maximum of 2^n - 1 up to 255 is an n-bit image with a gray palette; another one below
+// 255 is an 8-bit image whose palette has as many grays as the file, so that the maximum is known when it is written
+// again. 4095 is 12-bit; the other wide maxima are 16 bits a sample with HighBit at their top bit. Colour samples below
+// 255 keep their values too, with HighBit. In PBM 1 is black: its palette is white, black.
 #include <algorithm>
 #include <bit>
 #include <cctype>
@@ -70,9 +70,8 @@ std::string HeaderLine(File& file) {
 }
 
 uint64_t LineNumber(const std::string& value, const char* what) {
-  if (value.empty() || value.size() > 12 || !std::all_of(value.begin(), value.end(), [](unsigned char c) {
-        return std::isdigit(c);
-      }))
+  if (value.empty() || value.size() > 12 ||
+      !std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); }))
     BadHeader(what);
   return std::stoull(value);
 }
@@ -87,20 +86,26 @@ Header ReadPamHeader(File& file) {
     const std::string key = line.substr(0, space);
     std::string value = space == std::string::npos ? "" : line.substr(space + 1);
     while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back()))) value.pop_back();
-    if (key == "WIDTH") header.width = LineNumber(value, "WIDTH");
-    else if (key == "HEIGHT") header.height = LineNumber(value, "HEIGHT");
-    else if (key == "DEPTH") depth = LineNumber(value, "DEPTH");
-    else if (key == "MAXVAL") maximum = LineNumber(value, "MAXVAL");
-    else if (key == "TUPLTYPE") tuple = value;
+    if (key == "WIDTH")
+      header.width = LineNumber(value, "WIDTH");
+    else if (key == "HEIGHT")
+      header.height = LineNumber(value, "HEIGHT");
+    else if (key == "DEPTH")
+      depth = LineNumber(value, "DEPTH");
+    else if (key == "MAXVAL")
+      maximum = LineNumber(value, "MAXVAL");
+    else if (key == "TUPLTYPE")
+      tuple = value;
   }
-  if (depth < 1 || depth > 4) throw Error("a PAM file of " + std::to_string(depth) + " samples a pixel is not supported");
+  if (depth < 1 || depth > 4)
+    throw Error("a PAM file of " + std::to_string(depth) + " samples a pixel is not supported");
   if (maximum < 1 || maximum > 65535) BadHeader("the maximum is not in 1 to 65535");
   header.kind = depth >= 3 ? Kind::kColor : Kind::kGray;
   header.alpha = depth == 2 || depth == 4;
   header.maximum = static_cast<uint32_t>(maximum);
   static constexpr std::pair<const char*, uint64_t> kTuples[] = {
-      {"BLACKANDWHITE", 1}, {"GRAYSCALE", 1},       {"BLACKANDWHITE_ALPHA", 2},
-      {"GRAYSCALE_ALPHA", 2}, {"RGB", 3}, {"RGB_ALPHA", 4}};
+      {"BLACKANDWHITE", 1},   {"GRAYSCALE", 1}, {"BLACKANDWHITE_ALPHA", 2},
+      {"GRAYSCALE_ALPHA", 2}, {"RGB", 3},       {"RGB_ALPHA", 4}};
   for (const auto& [name, samples] : kTuples)
     if (tuple == name && samples != depth) BadHeader("DEPTH does not go with TUPLTYPE");
   return header;
@@ -142,10 +147,9 @@ int DepthOf(const Header& header) {
 class PnmReader : public Reader {
  public:
   explicit PnmReader(File& file) : file_(file), header_(ReadHeader(file)) {
-    if (header_.width == 0 || header_.height == 0) return;  // Describe refuses them
     const uint64_t rest = file_.Size() - file_.Position();
     const int bitsPerPixel = header_.kind == Kind::kBits ? (header_.plain ? 8 : 1)
-                             : header_.plain ? static_cast<int>(header_.Samples()) * 16 - 8
+                             : header_.plain             ? static_cast<int>(header_.Samples()) * 16 - 8
                                              : static_cast<int>(header_.Samples() * header_.SampleBytes()) * 8;
     RequirePlausible(header_.width, header_.height, bitsPerPixel, rest, 1);
   }
@@ -171,8 +175,10 @@ class PnmReader : public Reader {
     samples_.resize(static_cast<size_t>(header_.width) * header_.Samples());
     progress.BeginPart(bitmap.Height(), bitmap.Height());
     for (int32_t y = 0; y < bitmap.Height(); ++y) {
-      if (header_.kind == Kind::kBits) ReadBits(row);
-      else WithDepth(bitmap.Bits(), [&](auto depth) { ReadSamples<depth>(row.data()); });
+      if (header_.kind == Kind::kBits)
+        ReadBits(row);
+      else
+        WithDepth(bitmap.Bits(), [&](auto depth) { ReadSamples<depth>(row.data()); });
       bitmap.PutRow(y, row.data());
       progress.Step();
     }
@@ -206,7 +212,8 @@ class PnmReader : public Reader {
     }
     raw_.resize(samples_.size() * header_.SampleBytes());
     file_.ReadExactly(raw_.data(), raw_.size());
-    if (header_.SampleBytes() == 1) std::copy(raw_.begin(), raw_.end(), samples_.begin());
+    if (header_.SampleBytes() == 1)
+      std::copy(raw_.begin(), raw_.end(), samples_.begin());
     else
       for (size_t i = 0; i < samples_.size(); ++i)
         samples_[i] = static_cast<uint16_t>(raw_[2 * i] << 8 | raw_[2 * i + 1]);
@@ -221,7 +228,8 @@ class PnmReader : public Reader {
     if (c == -1) throw Error("the file is cut short");
     if (!std::isdigit(c)) throw Error("the data is damaged: a sample is not a number");
     uint64_t value = 0;
-    for (; c != -1 && std::isdigit(c); c = file_.Byte()) value = std::min<uint64_t>(value * 10 + static_cast<uint64_t>(c - '0'), 1 << 20);
+    for (; c != -1 && std::isdigit(c); c = file_.Byte())
+      value = std::min<uint64_t>(value * 10 + static_cast<uint64_t>(c - '0'), 1 << 20);
     return value;
   }
 
@@ -272,9 +280,7 @@ bool IsBits(const Bitmap& bitmap) { return bitmap.Bits() == 1 && (bitmap.IsGray(
 bool HoldsGray(const Bitmap& bitmap) { return (bitmap.IsGray() || bitmap.IsInvertedGray()) && Unsigned(bitmap); }
 bool HoldsColor(const Bitmap& bitmap) { return (bitmap.Bits() == 24 || bitmap.Bits() == 48) && Unsigned(bitmap); }
 bool HoldsAlpha(const Bitmap& bitmap) { return bitmap.HasAlpha() && Unsigned(bitmap); }
-bool HoldsPam(const Bitmap& bitmap) {
-  return HoldsGray(bitmap) || HoldsColor(bitmap) || HoldsAlpha(bitmap);
-}
+bool HoldsPam(const Bitmap& bitmap) { return HoldsGray(bitmap) || HoldsColor(bitmap) || HoldsAlpha(bitmap); }
 bool HoldsAny(const Bitmap& bitmap) { return HoldsGray(bitmap) || HoldsColor(bitmap); }
 
 class PnmWriter : public Writer {
@@ -291,10 +297,11 @@ class PnmWriter : public Writer {
     progress.BeginPart(bitmap.Height(), rows.Height());
     for (int32_t y = 0; y < rows.Height(); ++y) {
       const uint8_t* row = rows.Row(y);
-      if (bits && !pam_) WriteBits(row, rows.Width(), flip);
-      else WithDepth(bitmap.Bits(), [&](auto depth) {
-        WriteSamples<depth>(row, rows.Width(), flip, bitmap.Order() == V_OrderRgb);
-      });
+      if (bits && !pam_)
+        WriteBits(row, rows.Width(), flip);
+      else
+        WithDepth(bitmap.Bits(),
+                  [&](auto depth) { WriteSamples<depth>(row, rows.Width(), flip, bitmap.Order() == V_OrderRgb); });
       progress.Step();
     }
   }
@@ -313,8 +320,10 @@ class PnmWriter : public Writer {
       text = "P7\nWIDTH " + size + "\nHEIGHT " + std::to_string(rows.Height()) + "\nDEPTH " + std::to_string(samples) +
              "\nMAXVAL " + std::to_string(maximum) + "\nTUPLTYPE " + tuple + "\nENDHDR\n";
     } else {
-      text = std::string(bits ? "P4" : depth <= 16 ? "P5" : "P6") + "\n" + size + " " +
-             std::to_string(rows.Height()) + "\n" + (bits ? "" : std::to_string(maximum) + "\n");
+      text = std::string(bits          ? "P4"
+                         : depth <= 16 ? "P5"
+                                       : "P6") +
+             "\n" + size + " " + std::to_string(rows.Height()) + "\n" + (bits ? "" : std::to_string(maximum) + "\n");
     }
     file_.Write(text.data(), text.size());
   }
@@ -359,6 +368,12 @@ class PnmWriter : public Writer {
   std::vector<uint8_t> out_;
 };
 
+template <char Plain, char Raw>
+bool Matches(std::span<const uint8_t> start) {
+  return start.size() >= 3 && start[0] == 'P' && (start[1] == Plain || start[1] == Raw) &&
+         (std::isspace(start[2]) || start[2] == '#');
+}
+
 std::unique_ptr<Reader> Open(File& file) { return std::make_unique<PnmReader>(file); }
 
 template <bool Pam, bool BitsAsGray>
@@ -372,23 +387,37 @@ std::vector<Format> PnmFormats() {
   Format any{.name = "PNM",
              .extensions = {"pnm"},
              .holds = "1-bit black and white, gray of 1 to 8, 12 and 16 bits, and 24- and 48-bit colour",
-             .matches =
-                 [](std::span<const uint8_t> s) {
-                   return s.size() >= 3 && s[0] == 'P' && s[1] >= '1' && s[1] <= '7' && (std::isspace(s[2]) || s[2] == '#');
-                 },
+             .matches = nullptr,  // a name for whichever of the next three fits
              .canHold = HoldsAny,
+             .open = nullptr,
+             .create = Create<false, false>};
+  Format pbm{.name = "PBM",
+             .extensions = {"pbm"},
+             .holds = "1-bit black and white",
+             .matches = Matches<'1', '4'>,
+             .canHold = IsBits,
              .open = Open,
              .create = Create<false, false>};
-  Format pbm{.name = "PBM", .extensions = {"pbm"}, .holds = "1-bit black and white", .canHold = IsBits,
-             .create = Create<false, false>};
-  Format pgm{.name = "PGM", .extensions = {"pgm"}, .holds = "gray of 1 to 8, 12 and 16 bits", .canHold = HoldsGray,
+  Format pgm{.name = "PGM",
+             .extensions = {"pgm"},
+             .holds = "gray of 1 to 8, 12 and 16 bits",
+             .matches = Matches<'2', '5'>,
+             .canHold = HoldsGray,
+             .open = Open,
              .create = Create<false, true>};
-  Format ppm{.name = "PPM", .extensions = {"ppm"}, .holds = "24- and 48-bit colour", .canHold = HoldsColor,
+  Format ppm{.name = "PPM",
+             .extensions = {"ppm"},
+             .holds = "24- and 48-bit colour",
+             .matches = Matches<'3', '6'>,
+             .canHold = HoldsColor,
+             .open = Open,
              .create = Create<false, false>};
   Format pam{.name = "PAM",
              .extensions = {"pam"},
              .holds = "gray of 1 to 8, 12 and 16 bits, 24- and 48-bit colour, and 32- and 64-bit colour with alpha",
+             .matches = Matches<'7', '7'>,
              .canHold = HoldsPam,
+             .open = Open,
              .create = Create<true, false>};
   return {any, pbm, pgm, ppm, pam};
 }

@@ -19,8 +19,8 @@ class Progress {
  private:
   void Tell(int32_t percent);
 
+  void* userData_ = nullptr;  // before the callback, whose initialisation sets it
   STATUSCALLBACK callback_;
-  void* userData_ = nullptr;
   int64_t total_;
   int64_t done_ = 0;    // weight of the parts that are finished
   int64_t weight_ = 0;  // of the running part

@@ -1,8 +1,9 @@
-// TIFF, pages in order. The orientation tag and the view perspective are the same numbers: rows stay as they are stored.
+// TIFF, pages in order. The orientation tag and the view perspective are the same numbers: rows stay as they are
+// stored.
 //
-// Gray and palettes of 1 to 8 bits, gray of 12 and 16 bits, and colour of 8 and 16 bits a sample are read row by row, or
-// tile by tile straight into the bitmap. Other kinds (inks, luminance and chrominance, ...) go through the library's own
-// conversion to 8-bit colour.
+// Gray and palettes of 1 to 8 bits, gray of 12 and 16 bits, and colour of 8 and 16 bits a sample are read row by row,
+// or tile by tile straight into the bitmap. Other kinds (inks, luminance and chrominance, ...) go through the library's
+// own conversion to 8-bit colour.
 #include <tiffio.h>
 
 #include <algorithm>
@@ -39,7 +40,9 @@ class TiffSession {
   TiffSession& operator=(const TiffSession&) = delete;
 
   TIFF* Get() const { return tiff_; }
-  [[noreturn]] void Fail() const { throw Error(reason_.empty() ? "the TIFF data is damaged" : reason_); }
+  [[noreturn]] void Fail() const { 
+    throw Error("the TIFF data is damaged or cut short" + (reason_.empty() ? "" : ": " + reason_));
+  }
   void Require(bool success) const {
     if (!success || !reason_.empty()) Fail();
   }
@@ -63,7 +66,7 @@ class TiffSession {
     char text[200];
     std::vsnprintf(text, sizeof text, format, arguments);
     std::string& reason = static_cast<TiffSession*>(self)->reason_;
-    if (reason.empty()) reason = text;
+    if (reason.empty()) reason = std::string_view(text).starts_with("image: ") ? text + 7 : text;
     return 1;
   }
   static int OnWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
@@ -111,9 +114,12 @@ class TiffReader : public Reader {
     Select(page);
     bitmap.Describe(layout_.width, layout_.height, layout_.bits);
     BITMAPHANDLE& record = bitmap.Record();
-    if (layout_.kind == TiffLayout::kPalette) bitmap.SetPalette(Palette());
-    else if (layout_.kind == TiffLayout::kGray && layout_.bits <= 8) DescribeGray(bitmap);
-    else record.Order = layout_.kind == TiffLayout::kGray ? V_OrderGray : V_OrderBgr;
+    if (layout_.kind == TiffLayout::kPalette)
+      bitmap.SetPalette(Palette());
+    else if (layout_.kind == TiffLayout::kGray && layout_.bits <= 8)
+      DescribeGray(bitmap);
+    else
+      record.Order = layout_.kind == TiffLayout::kGray ? V_OrderGray : V_OrderBgr;
     DescribeSamples(record);
     record.ViewPerspective = static_cast<int32_t>(Tag(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT));
     if (record.ViewPerspective < 1 || record.ViewPerspective > 8) record.ViewPerspective = V_ViewTopLeft;
@@ -126,9 +132,12 @@ class TiffReader : public Reader {
 
   void Read(int32_t page, Bitmap& bitmap, Progress& progress) override {
     Select(page);
-    if (layout_.kind == TiffLayout::kConverted) ReadConverted(bitmap, progress);
-    else if (TIFFIsTiled(tiff())) ReadTiles(bitmap, progress);
-    else ReadRows(bitmap, progress);
+    if (layout_.kind == TiffLayout::kConverted)
+      ReadConverted(bitmap, progress);
+    else if (TIFFIsTiled(tiff()))
+      ReadTiles(bitmap, progress);
+    else
+      ReadRows(bitmap, progress);
   }
 
  private:
@@ -170,13 +179,19 @@ class TiffReader : public Reader {
   // Most bytes of pixels that one stored byte can stand for.
   static uint64_t LargestRatio(uint32_t compression) {
     switch (compression) {
-      case COMPRESSION_NONE: return 1;
-      case COMPRESSION_PACKBITS: return 128;
-      case COMPRESSION_LZW: return 4096;
+      case COMPRESSION_NONE:
+        return 1;
+      case COMPRESSION_PACKBITS:
+        return 128;
+      case COMPRESSION_LZW:
+        return 4096;
       case COMPRESSION_DEFLATE:
-      case COMPRESSION_ADOBE_DEFLATE: return 1100;
-      case COMPRESSION_JPEG: return 2048;
-      default: return uint64_t{1} << 40;
+      case COMPRESSION_ADOBE_DEFLATE:
+        return 1100;
+      case COMPRESSION_JPEG:
+        return 2048;
+      default:
+        return uint64_t{1} << 40;
     }
   }
 
@@ -184,7 +199,9 @@ class TiffReader : public Reader {
     uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
     if (!TIFFGetField(tiff(), TIFFTAG_COLORMAP, &red, &green, &blue)) throw Error("the colour map is missing");
     const size_t count = size_t{1} << layout_.bits;
-    const auto wide = [count](const uint16_t* map) { return std::any_of(map, map + count, [](uint16_t v) { return v > 255; }); };
+    const auto wide = [count](const uint16_t* map) {
+      return std::any_of(map, map + count, [](uint16_t v) { return v > 255; });
+    };
     const int shift = wide(red) || wide(green) || wide(blue) ? 8 : 0;  // some writers stop at 255
     std::vector<RGBQUAD> palette(count);
     for (size_t i = 0; i < count; ++i)
@@ -223,7 +240,8 @@ class TiffReader : public Reader {
     // Planes lie one after the other in the file: each is put into the rows that the earlier ones began.
     for (int plane = 0; plane < planes; ++plane) {
       for (int32_t y = 0; y < bitmap.Height(); ++y) {
-        session_.Require(TIFFReadScanline(tiff(), scan.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(plane)) == 1);
+        session_.Require(
+            TIFFReadScanline(tiff(), scan.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(plane)) == 1);
         if (plane > 0) bitmap.GetRow(y, row.data());
         layout_.Unpack(scan.data(), row.data(), bitmap.Width(), plane);
         bitmap.PutRow(y, row.data());
@@ -281,7 +299,8 @@ class TiffReader : public Reader {
       blockHeight = std::min(blockHeight, layout_.height);
     }
     const uint64_t pixels = uint64_t{blockWidth} * blockHeight;
-    if (pixels == 0 || pixels > kLargestBlock / 4) throw Error("the size of the tiles or strips is damaged or too large");
+    if (pixels == 0 || pixels > kLargestBlock / 4)
+      throw Error("the size of the tiles or strips is damaged or too large");
     std::vector<uint32_t> block(pixels);
     std::vector<uint8_t> part(PackedBytes(std::min(blockWidth, layout_.width), 24));
     const uint32_t down = (layout_.height - 1) / blockHeight + 1, across = (layout_.width - 1) / blockWidth + 1;
@@ -377,15 +396,14 @@ class TiffWriter : public Writer {
   void SetColors(const Bitmap& bitmap, const TiffLayout& layout) {
     if (layout.kind == TiffLayout::kColor) {
       Set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-      const uint16_t alpha =
-          bitmap.Flags() & V_FlagPremultiplyAlpha ? EXTRASAMPLE_ASSOCALPHA : EXTRASAMPLE_UNASSALPHA;
+      const uint16_t alpha = bitmap.Flags() & V_FlagPremultiplyAlpha ? EXTRASAMPLE_ASSOCALPHA : EXTRASAMPLE_UNASSALPHA;
       if (layout.alpha) Set(TIFFTAG_EXTRASAMPLES, 1, &alpha);
       if (layout.sampleBits == 8) Set(TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     } else if (layout.kind == TiffLayout::kGray) {
       Set(TIFFTAG_PHOTOMETRIC, layout.inverted ? PHOTOMETRIC_MINISWHITE : PHOTOMETRIC_MINISBLACK);
     } else {
       Set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_PALETTE);
-      std::vector<uint16_t> red(size_t{1} << bitmap.Bits()), green(red.size()), blue(red.size());
+      std::vector<uint16_t> red(size_t{1} << layout.sampleBits), green(red.size()), blue(red.size());
       const std::vector<RGBQUAD> palette = bitmap.Palette();
       for (size_t i = 0; i < std::min(palette.size(), red.size()); ++i) {
         red[i] = static_cast<uint16_t>(palette[i].rgbRed * 257);

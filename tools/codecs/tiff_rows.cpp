@@ -20,7 +20,7 @@ void TiffLayout::Choose(uint32_t photometric) {
     bits = sampleBits;
   } else if (samples >= 2 && samples <= 16 && direct && gray && !inverted) {
     kind = kColor;
-    alpha = true;
+    alpha = grayWithAlpha = true;
     bits = sampleBits * 4;
   } else if (samples >= 3 && samples <= 16 && direct && photometric == PHOTOMETRIC_RGB) {
     kind = kColor;
@@ -44,10 +44,12 @@ void TiffLayout::ForBitmap(const Bitmap& bitmap) {
     sampleBits = bits / samples;
     return;
   }
-  sampleBits = bits;
-  inverted = bitmap.IsInvertedGray();
+  // Other programs know samples of 1, 2, 4 and 8 bits: the rest become indices of the next width.
+  sampleBits = WidenedBits(bits);
+  const bool same = sampleBits == bits;
   const bool wholeRamp = bits > 8 || bitmap.Palette().size() == size_t{1} << bits;
-  kind = inverted || (bitmap.IsGray() && wholeRamp) ? kGray : kPalette;
+  inverted = same && bitmap.IsInvertedGray();
+  kind = inverted || (same && bitmap.IsGray() && wholeRamp) ? kGray : kPalette;
 }
 
 size_t TiffLayout::ScanBytes(uint32_t columns) const {
@@ -68,25 +70,26 @@ void TiffLayout::Unpack(const uint8_t* scan, uint8_t* row, int32_t columns, int 
       }
       // In the file two 12-bit pixels follow one another from the top bit on.
       const uint8_t* at = scan + x + x / 2;
-      const unsigned value = x % 2 == 0 ? static_cast<unsigned>(at[0]) << 4 | at[1] >> 4
-                                        : static_cast<unsigned>(at[0] & 15) << 8 | at[1];
+      const unsigned value =
+          x % 2 == 0 ? static_cast<unsigned>(at[0]) << 4 | at[1] >> 4 : static_cast<unsigned>(at[0] & 15) << 8 | at[1];
       PutPixel<12>(row, x, value ^ flip);
     }
     return;
   }
   const int bytes = sampleBits / 8;
   const int pixelBytes = bits / 8;
-  const bool gray = samples == 2 || (alpha && samples != 4 && samples < 3);
-  const int colors = gray ? 1 : 3;
-  const int first = separate ? plane : 0, last = separate ? plane : colors + (alpha ? 1 : 0) - 1;
-  for (int sample = first; sample <= last; ++sample) {
-    if (sample >= colors + (alpha ? 1 : 0)) return;  // samples that no record keeps
+  const int colors = grayWithAlpha ? 1 : 3;
+  const int kept = colors + (alpha ? 1 : 0);  // no record keeps further samples
+  const int first = separate ? plane : 0, end = separate ? plane + 1 : kept;
+  for (int sample = first; sample < end && sample < kept; ++sample) {
     const uint8_t* in = scan + (separate ? 0 : sample * bytes);
     const int step = separate ? bytes : samples * bytes;
     for (int32_t x = 0; x < columns; ++x, in += step) {
       uint8_t* pixel = row + static_cast<ptrdiff_t>(x) * pixelBytes;
-      if (sample >= colors) std::memcpy(pixel + 3 * bytes, in, static_cast<size_t>(bytes));
-      else if (!gray) std::memcpy(pixel + (2 - sample) * bytes, in, static_cast<size_t>(bytes));
+      if (sample >= colors)
+        std::memcpy(pixel + 3 * bytes, in, static_cast<size_t>(bytes));
+      else if (!grayWithAlpha)
+        std::memcpy(pixel + (2 - sample) * bytes, in, static_cast<size_t>(bytes));
       else
         for (int color = 0; color < 3; ++color) std::memcpy(pixel + color * bytes, in, static_cast<size_t>(bytes));
     }
@@ -94,6 +97,10 @@ void TiffLayout::Unpack(const uint8_t* scan, uint8_t* row, int32_t columns, int 
 }
 
 void TiffLayout::Pack(const uint8_t* row, uint8_t* scan, int32_t columns) const {
+  if (bits != sampleBits && bits < 8) {
+    WidenIndices(row, columns, bits, sampleBits, scan);
+    return;
+  }
   if (bits <= 8 || bits == 16) {
     std::memcpy(scan, row, PackedBytes(columns, bits));
     return;

@@ -31,10 +31,11 @@ struct TiffLayout {
   int samples = 1;        // in the file
   bool separate = false;  // a plane for each sample
   Kind kind = kUnsupported;
-  int bits = 0;           // of the bitmap
+  int bits = 0;  // of the bitmap
   bool alpha = false;
-  bool inverted = false;  // 0 is white
-  bool redFirst = false;  // order of the bitmap's colours
+  bool grayWithAlpha = false;  // one sample of the file becomes three
+  bool inverted = false;       // 0 is white
+  bool redFirst = false;       // order of the bitmap's colours
 };
 
 }  // namespace vexa

@@ -29,8 +29,8 @@ class UprightRows {
   void LoadBand(int32_t firstColumn);
 
   Bitmap& bitmap_;
-  bool turned_;         // rows are stored columns
-  bool rowsBackward_;   // the first stored row is at the bottom or the right
+  bool turned_;          // rows are stored columns
+  bool rowsBackward_;    // the first stored row is at the bottom or the right
   bool pixelsBackward_;  // the first stored pixel is at the other end
   int32_t width_;
   int32_t height_;

@@ -1,0 +1,513 @@
+// Every operation of the bitmap core with every call to the system failing in turn.
+#include "fault_walk.h"
+
+#include <cstring>
+
+#include "support/bitmap.h"
+#include "support/random.h"
+#include "vexakrn.h"
+
+namespace vexatest {
+namespace {
+
+constexpr int32_t kWidth = 40, kHeight = 11;
+
+std::vector<uint8_t> SomePixels(BITMAPHANDLE* bitmap) {
+  return Random(1).Bytes(bitmap->BytesPerLine * static_cast<size_t>(bitmap->Height));
+}
+
+// A bitmap with known pixels, and what it was before the operation.
+struct Filled {
+  Filled(const StorageKind& kind, uint32_t layout, int32_t bits = 8) : stored(kind, layout, kWidth, kHeight, bits) {
+    EXPECT_EQ(stored.Status(), 1);
+    pixels = SomePixels(stored);
+    WritePixels(stored, pixels);
+    record = stored.Record().Snapshot();
+  }
+  void ExpectUnchanged() {
+    EXPECT_EQ(stored.Record().Snapshot(), record) << "the record changed";
+    EXPECT_EQ(ReadPixels(stored), pixels) << "the pixels changed";
+  }
+
+  StoredBitmap stored;
+  std::vector<uint8_t> pixels, record;
+};
+
+// Every kind in the layouts that it has.
+template <typename Body>
+void ForEachStorage(Body body) {
+  for (const StorageKind& kind : kStorageKinds)
+    for (const uint32_t layout : kLayouts)
+      if (layout == kCurrentLayout || kind.InOlderLayout()) body(kind, layout);
+}
+
+std::string Name(const StorageKind& kind, uint32_t layout) {
+  return std::string(kind.name) + " " + std::to_string(layout);
+}
+
+// --- lifecycle --------------------------------------------------------------------------------------------------
+
+struct Empty {
+  explicit Empty(uint32_t layout) : bitmap(layout) { thresholds.TileSize(kWidth * 3); }
+  ScopedThresholds thresholds;
+  HostStore host;
+  Bitmap bitmap;
+};
+
+void ExpectUsable(BITMAPHANDLE* bitmap) {
+  ASSERT_NE(bitmap->Flags & V_FlagAllocated, 0u);
+  const std::vector<uint8_t> fresh = ReadPixels(bitmap);
+  EXPECT_EQ(fresh, std::vector<uint8_t>(fresh.size(), 0));
+  const std::vector<uint8_t> pixels = SomePixels(bitmap);
+  WritePixels(bitmap, pixels);
+  EXPECT_EQ(ReadPixels(bitmap), pixels);
+}
+
+TEST_F(FaultWalk, Create) {
+  for (const uint32_t layout : kLayouts)
+    for (const uint32_t memory : {1u, 4u, 8u, 9u, 128u, 256u, 257u, 260u, 264u, 265u}) {
+      const uint64_t failures = Walk("create " + std::to_string(memory) + ", " + std::to_string(layout), [=] {
+        auto state = std::make_shared<Empty>(layout);
+        Trial trial{state, [=] { return state->bitmap.Create(memory, kWidth, kHeight, 8); }};
+        trial.unchanged = [=] { EXPECT_EQ(state->bitmap.StorageFlags(), 0u); };
+        trial.done = [=] {
+          ExpectUsable(state->bitmap);
+          EXPECT_NE(state->bitmap->pPalette, nullptr);
+        };
+        return trial;
+      });
+      EXPECT_GE(failures, 2u) << "storage and palette are asked for";
+    }
+}
+
+TEST_F(FaultWalk, CreateWithCallbacks) {
+  const auto make = [] {
+    auto state = std::make_shared<Empty>(kCurrentLayout);
+    Trial trial{state, [=] {
+                  const BITMAPHANDLEDATACALLBACKS table = state->host.Table();
+                  return V_CreateBitmapWithCallbacks(state->bitmap, kCurrentLayout, V_MemoryConventional, kWidth, kHeight,
+                                                     8, V_OrderRgb, nullptr, V_ViewTopLeft, nullptr, 0, &table);
+                }};
+    trial.failures.push_back(state->host.refusal);
+    trial.unchanged = [=] { EXPECT_EQ(state->bitmap.StorageFlags(), 0u); };
+    trial.done = [=] { ExpectUsable(state->bitmap); };
+    trial.host = &state->host;
+    return trial;
+  };
+  EXPECT_GE(Walk("create with callbacks", make), 1u);
+  EXPECT_EQ(WalkRefusals("create with callbacks", make), 1);
+}
+
+TEST_F(FaultWalk, AllocateInPlaceOfOtherStorage) {
+  for (const uint32_t memory : {1u, 4u, 9u, 128u, 260u, 265u})
+    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+      if (kind.setup == StorageKind::kHost) return;
+      if (kind.roomInTiles > 0 && memory > 256) return;  // there is no room for it in memory
+      Walk("allocate " + std::to_string(memory) + " over " + Name(kind, layout), [=, &kind] {
+        auto state = std::make_shared<Filled>(kind, layout);
+        state->stored.Thresholds().Fifth(0);
+        Trial trial{state, [=] { return V_AllocateBitmap(state->stored, memory); }};
+        trial.failures.push_back(V_StatusMemoryLimit);
+        trial.unchanged = [=] { EXPECT_EQ(state->stored.Record().StorageFlags(), 0u); };
+        trial.done = [=] { ExpectUsable(state->stored); };
+        return trial;
+      });
+    });
+}
+
+TEST_F(FaultWalk, Free) {
+  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+    const auto make = [=, &kind] {
+      auto state = std::make_shared<Filled>(kind, layout);
+      Trial trial{state, [=] {
+                    V_FreeBitmap(state->stored);
+                    return 1;
+                  }};
+      trial.done = [=] {
+        EXPECT_EQ(state->stored->Flags & V_FlagAllocated, 0u);
+        EXPECT_EQ(state->stored->pPalette, nullptr);
+      };
+      trial.host = &state->stored.Host();
+      return trial;
+    };
+    Walk("free " + Name(kind, layout), make);
+    if (kind.setup == StorageKind::kHost) {
+      EXPECT_EQ(WalkRefusals("free " + Name(kind, layout), make), 1);
+    }
+  });
+}
+
+TEST_F(FaultWalk, Access) {
+  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+    const auto make = [=, &kind] {
+      auto state = std::make_shared<Filled>(kind, layout);
+      Trial trial{state, [=] { return V_AccessBitmap(state->stored); }};
+      trial.failures.push_back(state->stored.Host().refusal);
+      trial.unchanged = [=] { EXPECT_EQ(state->stored.Record().Snapshot(), state->record); };
+      trial.done = [=] {
+        EXPECT_EQ(V_ReleaseBitmap(state->stored), 1);
+        state->ExpectUnchanged();
+      };
+      trial.host = &state->stored.Host();
+      return trial;
+    };
+    const uint64_t failures = Walk("access " + Name(kind, layout), make);
+    if (kind.setup == StorageKind::kMovable) {
+      EXPECT_GE(failures, 1u) << "the lock";
+    }
+    if (kind.setup == StorageKind::kHost) {
+      EXPECT_EQ(WalkRefusals("access " + Name(kind, layout), make), 1);
+    }
+  });
+}
+
+// --- rows -------------------------------------------------------------------------------------------------------
+
+const std::vector<int64_t> kRowFailures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead, -4242};
+
+TEST_F(FaultWalk, GetRows) {
+  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+    const auto make = [=, &kind] {
+      struct State : Filled {
+        using Filled::Filled;
+        std::vector<uint8_t> got;
+      };
+      auto state = std::make_shared<State>(kind, layout);
+      state->got.resize(state->pixels.size());
+      Trial trial{state, [=] {
+                    int32_t status = V_AccessBitmap(state->stored);
+                    if (status != 1) return int64_t{status};
+                    const int64_t moved = V_GetBitmapRow(state->stored, state->got.data(), 0, state->got.size());
+                    status = V_ReleaseBitmap(state->stored);
+                    return status == 1 ? moved : int64_t{status};
+                  }};
+      trial.failures = kRowFailures;
+      trial.success = static_cast<int64_t>(state->pixels.size());
+      trial.unchanged = [=] { state->ExpectUnchanged(); };
+      trial.done = [=] {
+        EXPECT_EQ(state->got, state->pixels);
+        state->ExpectUnchanged();
+      };
+      trial.host = &state->stored.Host();
+      return trial;
+    };
+    Walk("get rows " + Name(kind, layout), make);
+    if (kind.setup == StorageKind::kHost) {
+      EXPECT_EQ(WalkRefusals("get rows", make), 3);
+    }
+  });
+}
+
+// A put inside one tile either happens or does not.
+TEST_F(FaultWalk, PutRow) {
+  for (const int32_t row : {0, kHeight - 1})
+    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+      const auto make = [=, &kind] {
+        auto state = std::make_shared<Filled>(kind, layout);
+        const std::vector<uint8_t> line = Random(9).Bytes(kWidth - 7);
+        Trial trial{state, [=] {
+                      int32_t status = V_AccessBitmap(state->stored);
+                      if (status != 1) return int64_t{status};
+                      const int64_t moved = V_PutBitmapRowCol(state->stored, line.data(), row, 5, line.size());
+                      status = V_ReleaseBitmap(state->stored);
+                      if (status != 1 && moved > 0)  // the row is there, its release is what failed
+                        std::copy(line.begin(), line.end(), state->pixels.begin() + row * kWidth + 5);
+                      return status == 1 ? moved : int64_t{status};
+                    }};
+        trial.failures = kRowFailures;
+        trial.success = static_cast<int64_t>(line.size());
+        trial.unchanged = [=] { state->ExpectUnchanged(); };
+        trial.done = [=] {
+          std::copy(line.begin(), line.end(), state->pixels.begin() + row * kWidth + 5);
+          state->ExpectUnchanged();
+        };
+        trial.host = &state->stored.Host();
+        return trial;
+      };
+      Walk("put row " + std::to_string(row) + " " + Name(kind, layout), make);
+      if (kind.setup == StorageKind::kHost) {
+        EXPECT_EQ(WalkRefusals("put row", make), 3);
+      }
+    });
+}
+
+TEST_F(FaultWalk, PutSegments) {
+  for (const int32_t bits : {3, 8, 12})
+    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+      const auto make = [=, &kind] {
+        auto state = std::make_shared<Filled>(kind, layout, bits);
+        const auto data = std::make_shared<std::vector<uint8_t>>(Random(9).Bytes(64));
+        Trial trial{state, [=] {
+                      const BITMAPROWSEGMENT segments[] = {{1, 9, data->data()}, {21, 10, data->data() + 20}};
+                      Access access(state->stored);
+                      return V_PutBitmapRowSegments(state->stored, segments, 2, 4) > 0 ? int64_t{1} : int64_t{-1};
+                    }};
+        trial.unchanged = [=] { EXPECT_EQ(state->stored.Record().Snapshot(), state->record); };
+        trial.done = [=] {
+          uint8_t* line = state->pixels.data() + 4 * state->stored->BytesPerLine;
+          for (int32_t p = 0; p < 9; ++p) PutPixelAt(line, 1 + p, bits, PixelAt(data->data(), p, bits));
+          for (int32_t p = 0; p < 10; ++p) PutPixelAt(line, 21 + p, bits, PixelAt(data->data() + 20, p, bits));
+          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
+        };
+        return trial;
+      };
+      if (kind.setup != StorageKind::kMovable) Walk("segments " + std::to_string(bits) + " " + Name(kind, layout), make);
+    });
+}
+
+TEST_F(FaultWalk, ChangeHeight) {
+  for (const int32_t height : {4, 10, 12, 30})
+    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+      if ((kind.flags & V_FlagMirror) != 0) return;
+      const uint64_t failures = Walk("height " + std::to_string(height) + " " + Name(kind, layout), [=, &kind] {
+        auto state = std::make_shared<Filled>(kind, layout);
+        Trial trial{state, [=] { return V_ChangeBitmapHeight(state->stored, height); }};
+        trial.unchanged = [=] { state->ExpectUnchanged(); };
+        trial.done = [=] {
+          state->pixels.resize(kWidth * static_cast<size_t>(height));
+          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
+          // Rows that were cut off, or that a failed growth left behind, never come back.
+          state->pixels.resize(kWidth * size_t{40});
+          ASSERT_EQ(V_ChangeBitmapHeight(state->stored, 40), 1);
+          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
+        };
+        return trial;
+      });
+      if (height > kHeight) {
+        EXPECT_GE(failures, 1u) << Name(kind, layout);
+      }
+    });
+}
+
+// --- what hangs from a bitmap ---------------------------------------------------------------------------------------
+
+TEST_F(FaultWalk, PaletteAndCallbacks) {
+  struct State : Filled {
+    State() : Filled(kStorageKinds[0], kCurrentLayout), other(kStorageKinds[1], kCurrentLayout) {}
+    Filled other;
+    HostStore host;
+  };
+  struct Case {
+    const char* name;
+    std::function<int32_t(State&)> run;
+  };
+  const Case cases[] = {
+      {"set palette", [](State& s) { return V_SetBitmapNewPalette(s.stored, s.other.stored->pPalette, 100); }},
+      {"copy palette", [](State& s) { return V_CopyBitmapPalette(s.stored, s.other.stored); }},
+      {"set callbacks",
+       [](State& s) {
+         BITMAPHANDLEDATACALLBACKS table{};
+         table.uStructSize = sizeof(table);
+         table.pUserData = &s.host;
+         return V_SetBitmapDataCallbacks(s.stored, &table);
+       }},
+  };
+  for (const Case& c : cases) {
+    const uint64_t failures = Walk(c.name, [&c] {
+      auto state = std::make_shared<State>();
+      Trial trial{state, [=, &c] { return c.run(*state); }};
+      trial.unchanged = [=] { state->ExpectUnchanged(); };
+      trial.done = [=] { EXPECT_EQ(ReadPixels(state->stored), state->pixels); };
+      return trial;
+    });
+    EXPECT_GE(failures, 1u) << c.name;
+  }
+}
+
+TEST_F(FaultWalk, CreatePalettes) {
+  for (RGBQUAD*(V_CALL * create)(uint32_t) noexcept : {&V_CreateFixedPalette, &V_CreateGrayPalette})
+    EXPECT_EQ(Walk("create palette",
+                   [=] {
+                     Trial trial{nullptr, [=] {
+                                   RGBQUAD* palette = create(8);
+                                   V_FreeBuffer(palette);
+                                   return palette != nullptr ? 1 : -1;
+                                 }};
+                     return trial;
+                   }),
+              2u)
+        << "one allocation, in both modes";
+}
+
+TEST_F(FaultWalk, SetOverlay) {
+  for (const bool replaces : {false, true})
+    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+      struct State {
+        State(const StorageKind& source, uint32_t size) : target(kStorageKinds[0], size), overlay(source, size) {}
+        Filled target, overlay;
+        Bitmap old;
+      };
+      const auto make = [=, &kind] {
+        auto state = std::make_shared<State>(kind, layout);
+        if (replaces) {
+          state->old.Create(V_MemoryConventional, 3, 3, 8);
+          const BITMAPOVERLAY old = {sizeof(old), 1, 2, 0, state->old};
+          EXPECT_EQ(V_SetBitmapOverlay(state->target.stored, 2, &old), 1);
+          state->target.record = state->target.stored.Record().Snapshot();
+        }
+        Trial trial{state, [=] {
+                      const BITMAPOVERLAY overlay = {sizeof(overlay), 3, 4, 2, state->overlay.stored};
+                      return V_SetBitmapOverlay(state->target.stored, 2, &overlay);
+                    }};
+        trial.failures = kRowFailures;
+        trial.failures.push_back(V_StatusMemoryLimit);
+        trial.unchanged = [=] {
+          BITMAPOVERLAY old = {sizeof(old), 0, 0, 0, nullptr};
+          EXPECT_EQ(V_GetBitmapOverlay(state->target.stored, 2, &old), replaces ? 1 : -2);
+          if (replaces) {
+            EXPECT_EQ(old.x, 1);
+            EXPECT_EQ(old.pBitmap->Width, 3);
+          }
+          EXPECT_EQ(ReadPixels(state->target.stored), state->target.pixels);
+          state->overlay.ExpectUnchanged();
+        };
+        trial.done = [=] {
+          BITMAPOVERLAY now = {sizeof(now), 0, 0, 0, nullptr};
+          ASSERT_EQ(V_GetBitmapOverlay(state->target.stored, 2, &now), 1);
+          EXPECT_EQ(now.x, 3);
+          EXPECT_EQ(ReadPixels(now.pBitmap), state->overlay.pixels);
+          state->overlay.ExpectUnchanged();
+        };
+        trial.host = &state->overlay.stored.Host();
+        return trial;
+      };
+      Walk("overlay from " + Name(kind, layout), make);
+      if (kind.setup == StorageKind::kHost) {
+        EXPECT_GE(WalkRefusals("overlay from a host", make), 2);
+      }
+    });
+}
+
+TEST_F(FaultWalk, Duplicate) {
+  EXPECT_GE(Walk("duplicate",
+                 [] {
+                   struct State : Filled {
+                     State() : Filled(kStorageKinds[0], kCurrentLayout) {
+                       stored->LUTLength = 256;
+                       stored->pLUT = static_cast<RGBQUAD*>(V_ReallocBuffer(nullptr, 256 * sizeof(RGBQUAD)));
+                       memset(stored->pLUT, 7, 256 * sizeof(RGBQUAD));
+                       record = stored.Record().Snapshot();
+                     }
+                     Bitmap copy;
+                   };
+                   auto state = std::make_shared<State>();
+                   Trial trial{state, [=] { return V_DupBitmapNewDim(state->copy, state->stored, 284, 5, 6, 0); }};
+                   trial.unchanged = [=] {
+                     state->ExpectUnchanged();
+                     EXPECT_EQ(state->copy.StorageFlags(), 0u);
+                     V_FreeBitmap(state->copy);  // whatever a failed call left there owns nothing
+                   };
+                   trial.done = [=] {
+                     state->ExpectUnchanged();
+                     EXPECT_NE(state->copy->pPalette, nullptr);
+                     EXPECT_NE(state->copy->pLUT, nullptr);
+                   };
+                   return trial;
+                 }),
+            3u);
+}
+
+// Reading or writing one pixel, and comparing: with their own access around the rows.
+TEST_F(FaultWalk, PixelsAndComparison) {
+  struct Case {
+    const char* name;
+    bool writes;
+    std::function<int32_t(Filled&)> run;
+  };
+  const Case cases[] = {
+      {"get pixel data", false,
+       [](Filled& f) {
+         uint8_t value = 0;
+         return V_GetPixelData(f.stored, &value, 7, 8, 1);
+       }},
+      {"get pixel colour", false,
+       [](Filled& f) {
+         uint32_t color = 0;
+         return V_GetPixelColor(f.stored, 7, 8, &color);
+       }},
+      {"put pixel data", true,
+       [](Filled& f) {
+         const uint8_t value = 0x3C;
+         return V_PutPixelData(f.stored, &value, 7, 8, 1);
+       }},
+      {"put pixel colour", true, [](Filled& f) { return V_PutPixelColor(f.stored, 7, 8, 0x0100003C); }},
+  };
+  for (const Case& c : cases)
+    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+      const auto make = [=, &kind, &c] {
+        auto state = std::make_shared<Filled>(kind, layout);
+        Trial trial{state, [=, &c] { return c.run(*state); }};
+        trial.failures = kRowFailures;
+        trial.failures.push_back(V_StatusMemoryLimit);
+        trial.unchanged = [=] {
+          EXPECT_EQ(state->stored.Record().Snapshot(), state->record) << "an access was left behind";
+          if (kind.setup != StorageKind::kHost) {  // a host's release may be refused after the pixel was written
+            EXPECT_EQ(ReadPixels(state->stored), state->pixels);
+          }
+        };
+        trial.done = [=, &c] {
+          if (c.writes) state->pixels[7 * kWidth + 8] = 0x3C;
+          state->ExpectUnchanged();
+        };
+        trial.host = &state->stored.Host();
+        return trial;
+      };
+      Walk(std::string(c.name) + " " + Name(kind, layout), make);
+      if (kind.setup == StorageKind::kHost) {
+        EXPECT_GE(WalkRefusals(c.name, make), 3) << "access, row, release";
+      }
+    });
+  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+    Walk("compare " + Name(kind, layout), [=, &kind] {
+      struct State {
+        State(const StorageKind& k, uint32_t size) : a(k, size), b(kStorageKinds[1], size) {}
+        Filled a, b;
+      };
+      auto state = std::make_shared<State>(kind, layout);
+      Trial trial{state, [=] {
+                    char text[2048] = "";
+                    const int32_t status = V_CompareBitmapHandles(state->a.stored, state->b.stored, text, sizeof(text));
+                    return status < 0 ? status : strstr(text, "V_GetBitmapRow") == nullptr ? 1 : 0;
+                  }};
+      trial.failures = kRowFailures;
+      trial.failures.push_back(0);  // rows that cannot be read count as different
+      trial.unchanged = trial.done = [=] {
+        state->a.ExpectUnchanged();
+        state->b.ExpectUnchanged();
+      };
+      return trial;
+    });
+  });
+}
+
+// --- settings -----------------------------------------------------------------------------------------------------
+
+// A thread whose settings cannot be made uses the process-wide ones.
+TEST_F(FaultWalk, ThreadWithoutRoomForItsSettings) {
+  struct Seen {
+    int32_t set, whileFailing, afterwards;
+  };
+  const auto onNewThread = [](int32_t resolution) {
+    Seen seen{};
+    std::thread([&] {
+      vexakrn::platform::FailCall(1, /*onwards=*/true);
+      seen.set = V_SetDefaultResolution(resolution, resolution);
+      seen.whileFailing = V_GetDefaultXResolution();
+      EXPECT_TRUE(vexakrn::platform::HasFailed());
+      vexakrn::platform::StopFailing();
+      seen.afterwards = V_GetDefaultXResolution();
+    }).join();
+    return seen;
+  };
+  const auto live = vexakrn::platform::Live();
+  const Seen seen = onNewThread(77);
+  EXPECT_EQ(seen.set, 1);
+  EXPECT_EQ(seen.whileFailing, 77);
+  EXPECT_TRUE(seen.afterwards == 77 || seen.afterwards == 0) << "its own block, or the shared one for good";
+  EXPECT_EQ(V_GetDefaultXResolution(), 0) << "this thread has its own";
+  EXPECT_EQ(onNewThread(0).whileFailing, 0);  // and the shared one is as it was
+  EXPECT_TRUE(vexakrn::platform::Live() == live);
+}
+
+}  // namespace
+}  // namespace vexatest
