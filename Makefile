@@ -43,7 +43,7 @@ test: build
 	@scripts/run-tests release
 
 test-windows: | build/
-	$(bootstrap) build test cross windows
+	$(bootstrap) build tools test cross windows
 	$(call build,windows)
 	@scripts/wine-prefix build/wine
 	@scripts/run-tests windows

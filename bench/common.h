@@ -1,5 +1,6 @@
 // Measuring by contest: the engine's work and the limit or peer it is compared with run alternately, round by round, so
-// that a slow phase of the machine hits both. The result of a comparison is the median of its rounds' ratios.
+// that a slow phase of the machine hits both. The result of a comparison is the median of its rounds' ratios. Times are
+// the thread's own processor time: what other programs take from it does not count, and files lie in the page cache.
 //
 // Each family is a program of its own: common.cpp has its main, which asks RegisterFamily for the comparisons.
 #ifndef VEXAKRN_BENCH_COMMON_H
@@ -33,11 +34,11 @@ struct Contest {
 };
 
 // Adds a comparison. `prepare` runs just before it, so that only one comparison's images are alive at a time.
-void Compare(const std::string& operation, const std::string& other, Goal goal, std::function<Contest()> prepare,
+void Compare(const std::string& operation, const std::string& other, Goal goal, const std::function<Contest()>& prepare,
              int rounds = 31);
 
 // Adds a count, such as page faults, with the most it may be. The result is the median of a few.
-void Count(const std::string& operation, const std::string& unit, double limit, std::function<double()> measure);
+void Count(const std::string& operation, const std::string& unit, double limit, const std::function<double()>& measure);
 
 // Defined by each family.
 void RegisterFamily();
@@ -93,10 +94,11 @@ class TileSettings {
   TileSettings& operator=(const TileSettings&) = delete;
 };
 
-// A file without a name in the engine's temporary directory, its blocks reserved and written.
+// A file without a name in the engine's temporary directory, its blocks reserved, then written in steps: how a file was
+// written decides how it lies in the page cache.
 class ScratchFile {
  public:
-  explicit ScratchFile(size_t bytes);
+  ScratchFile(size_t bytes, size_t step);
   ~ScratchFile();
   ScratchFile(const ScratchFile&) = delete;
   ScratchFile& operator=(const ScratchFile&) = delete;

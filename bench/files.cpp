@@ -66,7 +66,7 @@ Contest StreamChunks(Direction direction, size_t bytes, size_t chunk) {
                                             : std::memcpy(place, buffer->data(), chunk);
             }
           },
-          static_cast<double>(bytes / chunk)};
+          static_cast<double>(bytes) / static_cast<double>(chunk)};
 }
 
 void GrowStream(uint8_t* buffer, size_t chunk) {
@@ -135,7 +135,7 @@ Contest FileChunks(Direction direction, size_t chunk) {
               Require(moved == static_cast<ssize_t>(chunk), "a transfer was short");
             }
           },
-          static_cast<double>(kBytes / chunk)};
+          static_cast<double>(kBytes) / static_cast<double>(chunk)};
 }
 
 }  // namespace

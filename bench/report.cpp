@@ -302,11 +302,13 @@ int main(int argc, char** argv) {
   }
   std::string machine;
   std::vector<Family> families;
-  try {
-    for (int i = 2; i < argc; ++i) families.push_back(ReadFamily(argv[i], &machine));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "bench_report: %s\n", error.what());
-    return 1;
+  for (int i = 2; i < argc; ++i) {
+    try {
+      families.push_back(ReadFamily(argv[i], &machine));
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "bench_report: %s: %s\n", argv[i], error.what());
+      return 1;
+    }
   }
   PrintTable(families);
   const bool complete = PrintSummary(families);

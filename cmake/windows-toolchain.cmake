@@ -26,7 +26,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# Wine keeps its files in the build tree, says nothing of its own, makes no menus or add-ons when it starts first, and
+# starts no debugger when a program crashes: the program just ends.
 find_program(VEXAKRN_WINE NAMES wine wine64 PATHS /usr/lib/wine NO_CMAKE_FIND_ROOT_PATH)
+set(VEXAKRN_WINE_ENVIRONMENT
+    "WINEPREFIX=${CMAKE_BINARY_DIR}/wine" WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe,winedbg.exe=)
 if(VEXAKRN_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR "${VEXAKRN_WINE}")
+  set(CMAKE_CROSSCOMPILING_EMULATOR env ${VEXAKRN_WINE_ENVIRONMENT} "${VEXAKRN_WINE}")
 endif()

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "input.h"
@@ -415,7 +416,8 @@ void Slot::MemoryInfo() {
   Check(status == (IsAllocated() ? 1 : V_StatusNoImage), "information on storage");
   if (status != 1 || type != V_MemoryTiled) return;
   Check(tiles > 0 && inMemory >= 0 && inMemory <= tiles && tileSize > 0, "numbers of tiles");
-  Check(static_cast<uint64_t>(tileSize) * static_cast<uint64_t>(tiles) >= DataSize(), "tiles hold the data");
+  const uint64_t tile = std::max<uint64_t>(static_cast<uint64_t>(tileSize), Get()->BytesPerLine);  // one row at least
+  Check(tile * static_cast<uint64_t>(tiles) >= DataSize(), "tiles hold the data");
 }
 
 void Slot::Verify() {
@@ -451,19 +453,21 @@ void ResetSettings() {
   V_ManageMemory(V_MemorySetLimit, 0, nullptr);
 }
 
-const std::filesystem::path& Directory() {
-  static const std::filesystem::path path = [] {
-    std::filesystem::path own;
-    for (int i = 0; own.empty(); ++i) {
+// A folder of this process's own for temporary files.
+struct Directory {
+  std::filesystem::path path;
+  Directory() {
+    for (int i = 0; path.empty(); ++i) {
       const auto candidate = std::filesystem::temp_directory_path() / ("vexakrn-fuzz-" + std::to_string(i));
-      if (std::filesystem::create_directory(candidate)) own = candidate;
+      if (std::filesystem::create_directory(candidate)) path = candidate;
     }
-    SetGlobalTempFileDirectory(own.string().c_str());
-    std::atexit([] { std::filesystem::remove(Directory()); });
-    return own;
-  }();
-  return path;
-}
+    SetGlobalTempFileDirectory(path.string().c_str());
+  }
+  ~Directory() {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+  }
+};
 
 // Of these calls each may run out of memory, files or disk.
 bool MayFail(uint32_t operation) { return operation <= 3 || (operation >= 13 && operation <= 20); }
@@ -541,7 +545,7 @@ extern "C" const char* __asan_default_options() { return "allocator_may_return_n
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  Directory();
+  static const Directory directory;
   ResetSettings();
   const platform::LiveResources before = platform::Live();
   uint64_t usedBefore = 0, usedAfter = 0;
@@ -558,6 +562,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   V_ManageMemory(V_MemoryGetUsed, 0, &usedAfter);
   Check(usedAfter == usedBefore, "the memory account");
   Check(platform::Live() == before, "something was leaked");
-  Check(std::filesystem::is_empty(Directory()), "a temporary file was left");
+  Check(std::filesystem::is_empty(directory.path), "a temporary file was left");
   return 0;
 }

@@ -90,7 +90,7 @@ inline constexpr uint64_t kViewGranularity = 65536;  // the coarsest of the supp
 
 // Kinds of failure that the engine tells apart.
 bool IsAccessDenied(int32_t error) noexcept;
-bool IsNotFound(int32_t error) noexcept;  // the file, not a directory above it that is missing
+bool IsNotFound(int32_t error) noexcept;  // the file, or a directory above it
 
 // What undoes or cannot fail. Null and kNoFile are ignored.
 void Free(void* block) noexcept;

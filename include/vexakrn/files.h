@@ -43,8 +43,8 @@ typedef struct REDIRECTFUNCTIONS {
 VEXAKRN_STATIC_ASSERT(sizeof(REDIRECTFUNCTIONS) == 84, "part of the interface");
 
 /* Calls the thread's functions. Failures give -1 (close too), and V_GetLastRedirectError tells why. Without redirection
- * the system's own files are used: whole transfers (a short read is the end of the file), files private to the
- * process's children, directories refused. A handle is used with the table it was opened under. */
+ * the system's own files are used: transfers are whole (a short read is the end of the file), handles are not inherited
+ * by child processes, directories are refused. A handle is used with the table it was opened under. */
 V_API intptr_t V_CALL V_RedirectedOpen(const char* utf8Path, uint32_t mode) V_NOEXCEPT;
 V_API int64_t V_CALL V_RedirectedRead(intptr_t file, void* buffer, uint64_t bytes) V_NOEXCEPT;
 V_API int64_t V_CALL V_RedirectedWrite(intptr_t file, const void* buffer, uint64_t bytes) V_NOEXCEPT;
@@ -99,7 +99,8 @@ V_API int32_t V_CALL V_StartRedirectToBuffer(void** stateOut, intptr_t* fileOut,
                                              uint64_t length, uint64_t capacity) V_NOEXCEPT;
 
 /* Ends the stream, puts the earlier functions back and frees the stream's state. The block, now the caller's, its data
- * length and its size go to the non-null outputs. Returns 1; -13 when `state` is not a stream of the engine. */
+ * length and its size go to the non-null outputs. Returns 1; -13 when `state` is not a stream that
+ * the calling thread has started. */
 V_API int32_t V_CALL V_StopRedirectToBuffer(void* state, void** bufferOut, uint64_t* lengthOut,
                                             uint64_t* capacityOut) V_NOEXCEPT;
 

@@ -12,7 +12,6 @@ namespace vexakrn::platform {
 namespace {
 
 constexpr uint64_t kLargePage = 2u << 20;
-constexpr uint64_t kAskForLargePages = 2 * kLargePage;  // smaller blocks would mostly waste them
 
 uint64_t PageSize() noexcept {
   static const auto size = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
@@ -61,7 +60,7 @@ void Free(void* block) noexcept {
 int32_t MapAnonymous(uint64_t bytes, Mapping* mapping) noexcept {
   if (!FitsAddressSpace(bytes)) return ENOMEM;
   const uint64_t length = WholePages(bytes);
-  void* address = length >= kAskForLargePages ? MapLargePages(length) : nullptr;
+  void* address = length >= kLargePage ? MapLargePages(length) : nullptr;
   if (!address) address = MapPages(length);
   if (!address) return LastError();
   *mapping = {address, static_cast<uint8_t*>(address)};

@@ -247,6 +247,6 @@ bool IsAccessDenied(int32_t error) noexcept {
          error == ERROR_WRITE_PROTECT || error == ERROR_NETWORK_ACCESS_DENIED;
 }
 
-bool IsNotFound(int32_t error) noexcept { return error == ERROR_FILE_NOT_FOUND; }
+bool IsNotFound(int32_t error) noexcept { return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND; }
 
 }  // namespace vexakrn::platform

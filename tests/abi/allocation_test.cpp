@@ -363,7 +363,7 @@ TEST(AllocationCallback, MayKeepTheDataChangeTheRequestOrRefuse) {
   EXPECT_EQ(state.seen.BytesPerLine, 8u) << "the callback is told the row length";
   EXPECT_EQ(state.seen.Size, 64u);
   EXPECT_EQ(state.seen.ViewPerspective, 3u);
-  EXPECT_EQ(state.seen.pData, data) << "the caller's data pointer";
+  EXPECT_EQ(Field(state.seen.pData), data) << "the caller's data pointer";
   EXPECT_EQ(balance.Taken(), 0u);
   Access access(bitmap);
   EXPECT_EQ(V_GetBitmapRow(bitmap, data, 0, 8), -1) << "nobody has these rows";
@@ -403,7 +403,7 @@ TEST(FreeCallback, MayTakeTheFreeingOver) {
     V_FreeBitmap(stored);
     EXPECT_EQ(stored.Host().freed, 1);
     EXPECT_EQ(stored.Record().StorageFlags(), 0u);
-    EXPECT_EQ(stored->DataCallbacks, nullptr);
+    EXPECT_EQ(Field(stored->DataCallbacks), nullptr);
     V_FreeBitmap(stored);
     EXPECT_EQ(stored.Host().freed, 1) << "there is nothing left to free";
   }

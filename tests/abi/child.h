@@ -66,6 +66,7 @@ class Folder {
     static std::atomic<int> count{0};
     path_ = std::filesystem::temp_directory_path() /
             ("vexakrn-" + std::string(name) + "-" + std::to_string(OwnProcessId()) + "-" + std::to_string(count++));
+    std::filesystem::remove_all(path_);  // of a killed run whose process id has come round again
     std::filesystem::create_directories(path_);
   }
   ~Folder() {
@@ -125,8 +126,9 @@ class Child {
 #ifdef _WIN32
     char self[MAX_PATH];
     GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string line = "\"" + std::string(self) + "\"";
-    for (const std::string& option : options) line += " " + option;
+    std::string line(1, '"');
+    line.append(self).append(1, '"');
+    for (const std::string& option : options) line.append(1, ' ').append(option);
     STARTUPINFOA startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION info = {};

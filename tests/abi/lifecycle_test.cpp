@@ -45,7 +45,7 @@ TEST_P(RecordLayouts, InitialisedRecordHasTheDefaultsOfItsDepth) {
     EXPECT_EQ(bitmap->Size32, bitmap->BytesPerLine * 3u);
     EXPECT_EQ(bitmap->Flags, 0u);
     EXPECT_EQ(bitmap->nColors, bits <= 8 ? 1 << bits : 0);
-    EXPECT_EQ(bitmap->pPalette, nullptr);
+    EXPECT_EQ(Field(bitmap->pPalette), nullptr);
     EXPECT_EQ(bitmap->ViewPerspective, V_ViewBottomLeft);
     EXPECT_EQ(bitmap->Order, bits <= 8 ? V_OrderRgb : bits == 12 ? V_OrderGray : V_OrderBgr);
     EXPECT_EQ(bitmap->XResolution, 150) << "a default below 1 stands for 150";
@@ -63,9 +63,9 @@ TEST_P(RecordLayouts, InitialisationRefusesWhatNoBitmapCanBe) {
   struct Case {
     int32_t width, height, bits, status;
   };
-  const Case cases[] = {{0, 0, 0, 1},      {5, 5, 10, -27},   {5, 5, 0, -27}, {5, 5, -1, -27},   {5, 5, 9, -27},
-                        {5, 5, 65, -27},   {0, 0, 13, -27},   {-1, 5, 8, -11}, {-1, 0, 8, -11},  {0, -1, 8, -11},
-                        {5, -1, 8, -11},   {-1, -1, 10, -11}, {INT32_MIN, 1, 1, -11}};
+  const Case cases[] = {{0, 0, 0, 1},    {5, 5, 10, -27},   {5, 5, 0, -27},        {5, 5, -1, -27}, {5, 5, 9, -27},
+                        {5, 5, 65, -27}, {0, 0, 13, -27},   {-1, 5, 8, -11},       {-1, 0, 8, -11}, {0, -1, 8, -11},
+                        {5, -1, 8, -11}, {-1, -1, 10, -11}, {INT32_MIN, 1, 1, -11}};
   for (const Case& c : cases) {
     Bitmap bitmap(GetParam());
     EXPECT_EQ(bitmap.Init(c.width, c.height, c.bits), c.status) << c.width << " x " << c.height << " x " << c.bits;
@@ -131,7 +131,7 @@ TEST(OlderLayout, HoldsSizesUpToItsLimit) {
     Bitmap current;
     ASSERT_EQ(current.Init(0x10000, c.height, 8), 1);
     const uint64_t size = uint64_t{0x10000} * static_cast<uint64_t>(c.height);
-    EXPECT_EQ(current->Size64, size);
+    EXPECT_EQ(Field(current->Size64), size);
     EXPECT_EQ(current->Size32, static_cast<uint32_t>(size));
   }
 }
@@ -179,7 +179,7 @@ TEST_P(RecordLayouts, CreatedBitmapGetsOrderAndPaletteByItsArguments) {
         EXPECT_EQ(bitmap->BitsPerPixel, depth);
         EXPECT_EQ(bitmap->Order, depth <= 8 ? V_OrderRgb : order);
         if (depth > 8) {
-          EXPECT_EQ(bitmap->pPalette, nullptr);
+          EXPECT_EQ(Field(bitmap->pPalette), nullptr);
           EXPECT_EQ(bitmap->nColors, 0);
           continue;
         }
@@ -188,8 +188,8 @@ TEST_P(RecordLayouts, CreatedBitmapGetsOrderAndPaletteByItsArguments) {
                              : V_CreateFixedPalette(static_cast<uint32_t>(depth));
         const RGBQUAD* want = !gray && withPalette ? given : made;
         ASSERT_EQ(bitmap->nColors, 1 << depth);
-        ASSERT_NE(bitmap->pPalette, nullptr);
-        EXPECT_NE(bitmap->pPalette, given) << "the palette is copied";
+        ASSERT_NE(Field(bitmap->pPalette), nullptr);
+        EXPECT_NE(Field(bitmap->pPalette), given) << "the palette is copied";
         EXPECT_EQ(memcmp(bitmap->pPalette, want, sizeof(RGBQUAD) << depth), 0);
         V_FreeBuffer(made);
       }
@@ -230,8 +230,8 @@ TEST(OlderLayout, TakesNoCallbacks) {
   BITMAPHANDLEDATACALLBACKS out;
   memset(&out, 0xEE, sizeof(out));
   EXPECT_EQ(V_GetBitmapDataCallbacks(bitmap, &out), 1);
-  EXPECT_EQ(out.GetBitmapRowCol, nullptr);
-  EXPECT_EQ(out.pUserData, nullptr);
+  EXPECT_EQ(Field(out.GetBitmapRowCol), nullptr);
+  EXPECT_EQ(Field(out.pUserData), nullptr);
   EXPECT_EQ(host.calls, 0);
 }
 
@@ -297,7 +297,7 @@ TEST(Access, NestsAndWorksOnlyAtTheOutermostLevel) {
   EXPECT_EQ(V_GetBitmapRow(movable, row, 3, 16), 16);
   EXPECT_EQ(V_ReleaseBitmap(movable), 1);
   EXPECT_FALSE(locked());
-  EXPECT_EQ(movable->Addr.Windows.pData, nullptr);
+  EXPECT_EQ(Field(movable->Addr.Windows.pData), nullptr);
   EXPECT_EQ(movable->nLockCount, 0);
   EXPECT_EQ(V_GetBitmapRow(movable, row, 0, 16), -2);
 
@@ -383,9 +383,9 @@ TEST(Access, UnbalancedUseIsTraced) {
   EXPECT_EQ(V_PutBitmapRow(bitmap, row, 0, 4), 4);
   EXPECT_EQ(V_GetBitmapRowCol(bitmap, row, 0, 0, 4), 4);
   EXPECT_EQ(V_PutBitmapRowCol(bitmap, row, 0, 0, 4), 4);
-  EXPECT_EQ(trace.Take(), (Lines{"V_GetBitmapRow|pBitmap->nLockCount = 0\r\n", "V_PutBitmapRow|pBitmap->nLockCount = 0\r\n",
-                                 "V_GetBitmapRowCol|pBitmap->nLockCount = 0\r\n",
-                                 "V_PutBitmapRowCol|pBitmap->nLockCount = 0\r\n"}));
+  EXPECT_EQ(trace.Take(),
+            (Lines{"V_GetBitmapRow|pBitmap->nLockCount = 0\r\n", "V_PutBitmapRow|pBitmap->nLockCount = 0\r\n",
+                   "V_GetBitmapRowCol|pBitmap->nLockCount = 0\r\n", "V_PutBitmapRowCol|pBitmap->nLockCount = 0\r\n"}));
   {
     Access access(bitmap);
     EXPECT_EQ(V_GetBitmapRow(bitmap, row, 0, 4), 4);
@@ -410,23 +410,23 @@ TEST(Callbacks, TableIsCopiedReplacedAndRead) {
   Bitmap bitmap;
   table.uStructSize = 83;
   ASSERT_EQ(V_InitBitmapWithCallbacks(bitmap, kCurrentLayout, 4, 4, 8, &table), 1);
-  EXPECT_EQ(bitmap->DataCallbacks, nullptr) << "a table of another size is ignored";
+  EXPECT_EQ(Field(bitmap->DataCallbacks), nullptr) << "a table of another size is ignored";
   EXPECT_EQ(V_SetBitmapDataCallbacks(bitmap, &table), -789);
   table.uStructSize = 84;
   ASSERT_EQ(V_InitBitmapWithCallbacks(bitmap, kCurrentLayout, 0, 4, 8, &table), 1);
-  EXPECT_EQ(bitmap->DataCallbacks, nullptr) << "nor is one copied for a bitmap without data";
+  EXPECT_EQ(Field(bitmap->DataCallbacks), nullptr) << "nor is one copied for a bitmap without data";
   EXPECT_EQ(V_SetBitmapDataCallbacks(bitmap, &table), -11);
   ASSERT_EQ(V_InitBitmapWithCallbacks(bitmap, kCurrentLayout, 4, 4, 8, &table), 1);
-  ASSERT_NE(bitmap->DataCallbacks, nullptr);
-  EXPECT_NE(bitmap->DataCallbacks, &table);
+  ASSERT_NE(Field(bitmap->DataCallbacks), nullptr);
+  EXPECT_NE(Field(bitmap->DataCallbacks), &table);
   EXPECT_EQ(V_GetBitmapDataCallbacks(bitmap, &out), 1);
   EXPECT_EQ(memcmp(&out, &table, sizeof(table)), 0);
   table.FreeBitmapData = nullptr;
   EXPECT_EQ(V_SetBitmapDataCallbacks(bitmap, &table), 1);
   EXPECT_EQ(V_GetBitmapDataCallbacks(bitmap, &out), 1);
-  EXPECT_EQ(out.FreeBitmapData, nullptr);
+  EXPECT_EQ(Field(out.FreeBitmapData), nullptr);
   EXPECT_EQ(V_SetBitmapDataCallbacks(bitmap, nullptr), 1);
-  EXPECT_EQ(bitmap->DataCallbacks, nullptr);
+  EXPECT_EQ(Field(bitmap->DataCallbacks), nullptr);
   EXPECT_EQ(V_SetBitmapDataCallbacks(nullptr, &table), -13);
   EXPECT_EQ(V_GetBitmapDataCallbacks(nullptr, &out), -13);
   EXPECT_EQ(V_GetBitmapDataCallbacks(bitmap, nullptr), -814);
@@ -498,8 +498,8 @@ TEST(Duplicate, CarriesAttributesAndAtTheSameDepthWhatBelongsToThePixels) {
         EXPECT_EQ(copy->Flags & (V_FlagTransparency | V_FlagWaitUserInput), V_FlagTransparency | V_FlagWaitUserInput);
         if (bits == 16) {
           EXPECT_EQ(copy->BitsPerPixel, 16);
-          EXPECT_EQ(copy->pPalette, nullptr);
-          EXPECT_EQ(copy->pLUT, nullptr);
+          EXPECT_EQ(Field(copy->pPalette), nullptr);
+          EXPECT_EQ(Field(copy->pLUT), nullptr);
           EXPECT_EQ(copy->HighBit, 15);
           continue;
         }
@@ -510,16 +510,16 @@ TEST(Duplicate, CarriesAttributesAndAtTheSameDepthWhatBelongsToThePixels) {
         EXPECT_NE(copy->Flags & V_FlagSigned, 0u);
         EXPECT_EQ(copy->nColors, source->nColors);
         if (!deep) {
-          ASSERT_NE(copy->pPalette, nullptr);
-          EXPECT_NE(copy->pPalette, source->pPalette);
+          ASSERT_NE(Field(copy->pPalette), nullptr);
+          EXPECT_NE(Field(copy->pPalette), Field(source->pPalette));
           EXPECT_EQ(copy->pPalette[3].rgbGreen, 0x5C);
         }
         ASSERT_EQ(copy->LUTLength, 16u);
-        EXPECT_NE(copy->pLUT, source->pLUT);
+        EXPECT_NE(Field(copy->pLUT), Field(source->pLUT));
         EXPECT_EQ(memcmp(copy->pLUT, source->pLUT, 16 * sizeof(RGBQUAD)), 0);
         if (from == kCurrentLayout && to == kCurrentLayout) {
           ASSERT_EQ(copy->LUTLength16, 8u);
-          EXPECT_NE(copy->pLUT16, source->pLUT16);
+          EXPECT_NE(Field(copy->pLUT16), Field(source->pLUT16));
           EXPECT_EQ(memcmp(copy->pLUT16, source->pLUT16, 8 * 8), 0);
         }
         EXPECT_EQ(V_AllocateBitmap(copy, V_MemoryConventional), 1);
@@ -555,8 +555,8 @@ TEST_P(RecordLayouts, FreedRecordOwnsNothingAndCanBeFreedAgain) {
   for (int i = 0; i < 2; ++i) {
     V_FreeBitmap(bitmap);
     EXPECT_EQ(bitmap->Flags & V_FlagAllocated, 0u);
-    EXPECT_EQ(bitmap->pPalette, nullptr);
-    EXPECT_EQ(bitmap->pLUT, nullptr);
+    EXPECT_EQ(Field(bitmap->pPalette), nullptr);
+    EXPECT_EQ(Field(bitmap->pLUT), nullptr);
     EXPECT_EQ(balance.Taken(), 0u);
   }
   EXPECT_EQ(bitmap.Create(V_MemoryConventional, 9, 5, 8), 1);

@@ -172,7 +172,8 @@ TEST(MemoryAccount, TiledBitmapsStayBelowItsLimit) {
   ScopedThresholds thresholds;
   constexpr uint32_t kTile = 1024;
   thresholds.TileSize(kTile);
-  for (const uint64_t room : {uint64_t{0}, uint64_t{kTile - 1}, uint64_t{kTile}, uint64_t{2 * kTile + 1}, uint64_t{5 * kTile}}) {
+  for (const uint64_t room :
+       {uint64_t{0}, uint64_t{kTile - 1}, uint64_t{kTile}, uint64_t{2 * kTile + 1}, uint64_t{5 * kTile}}) {
     SCOPED_TRACE(testing::Message() << "room for " << room << " bytes");
     ScopedAccountLimit limit(room);
     const uint64_t most = UsedMemory() + std::max<uint64_t>(room, 1);
@@ -225,10 +226,7 @@ TEST_P(MemoryInfoKinds, ReportNamesTheStorage) {
   MemoryInfo info;
   ASSERT_EQ(ReadInfo(stored, info), 1);
   const bool others = (kind.flags & V_FlagMirror) != 0;
-  EXPECT_EQ(info.type, others                                    ? 2u
-                       : kind.IsTiled()                          ? 4u
-                       : (kind.flags & V_FlagDiskMemory) != 0 ? 128u
-                                                                 : 1u);
+  EXPECT_EQ(info.type, others ? 2u : kind.IsTiled() ? 4u : (kind.flags & V_FlagDiskMemory) != 0 ? 128u : 1u);
   if (!kind.IsTiled()) {
     EXPECT_EQ(info.tileSize, 0);
     EXPECT_EQ(info.totalTiles, 0);
@@ -256,7 +254,8 @@ TEST(MemoryInfoReport, CountsTilesByTheFifthThreshold) {
   struct Case {
     int32_t fifth, inMemory;
   };
-  for (const Case& c : {Case{0, 10}, Case{3, 3}, Case{10, 10}, Case{1000, 10}, Case{-100, 10}, Case{-50, 5}, Case{-20, 2}}) {
+  for (const Case& c :
+       {Case{0, 10}, Case{3, 3}, Case{10, 10}, Case{1000, 10}, Case{-100, 10}, Case{-50, 5}, Case{-20, 2}}) {
     thresholds.Fifth(c.fifth);
     Bitmap bitmap;
     ASSERT_EQ(bitmap.Create(V_MemoryTiled, 64, 10, 8), 1);

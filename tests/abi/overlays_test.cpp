@@ -51,7 +51,7 @@ TEST_P(OverlayLayouts, SlotsHoldDeepCopies) {
     EXPECT_EQ(got.x, slot);
     EXPECT_EQ(got.y, -slot);
     EXPECT_EQ(got.uFlags, slot % 2 == 0 ? 2u : 0u);
-    ASSERT_NE(got.pBitmap, nullptr);
+    ASSERT_NE(Field(got.pBitmap), nullptr);
     EXPECT_EQ(got.pBitmap->Width, 3 + slot);
     EXPECT_EQ(got.pBitmap->XResolution, 400 + slot);
     EXPECT_EQ(got.pBitmap->pPalette[2].rgbRed, slot);
@@ -64,7 +64,7 @@ TEST_P(OverlayLayouts, SlotsHoldDeepCopies) {
   BITMAPOVERLAY out = Overlay(bitmap);
   EXPECT_EQ(V_FreeBitmapOverlay(bitmap, 4), 1);
   EXPECT_EQ(V_GetBitmapOverlay(bitmap, 4, &out), -2);
-  EXPECT_EQ(out.pBitmap, nullptr);
+  EXPECT_EQ(Field(out.pBitmap), nullptr);
   EXPECT_EQ(V_FreeBitmapOverlay(bitmap, 4), 1) << "an empty slot is no error";
   EXPECT_EQ(ReadPixels(Read(bitmap, 5).pBitmap), pixels[5]);
   EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1) << "new storage of the bitmap";

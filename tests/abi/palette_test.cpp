@@ -21,14 +21,22 @@ constexpr uint32_t kSixteen[] = {0x000000, 0x800000, 0x008000, 0x808000, 0x00008
 uint32_t FixedEntry(uint32_t bits, uint32_t i) {
   const auto rgb = [](uint32_t r, uint32_t g, uint32_t b) { return r << 16 | g << 8 | b; };
   switch (bits) {
-    case 1: return i * 0xFFFFFF;
-    case 2: return kFour[i] * 0x010101;
-    case 3: return rgb((i >> 2) * 255, (i >> 1 & 1) * 255, (i & 1) * 255);
-    case 4: return kSixteen[i];
-    case 5: return rgb(kFour[i >> 3], kFour[i >> 1 & 3], (i & 1) * 255);
-    case 6: return rgb(kFour[i >> 4], kFour[i >> 2 & 3], kFour[i & 3]);
-    case 7: return rgb(kFour[i >> 5], kEight[i >> 2 & 7], kFour[i & 3]);
-    default: return rgb(kEight[i >> 5], kEight[i >> 2 & 7], kFour[i & 3]);
+    case 1:
+      return i * 0xFFFFFF;
+    case 2:
+      return kFour[i] * 0x010101;
+    case 3:
+      return rgb((i >> 2) * 255, (i >> 1 & 1) * 255, (i & 1) * 255);
+    case 4:
+      return kSixteen[i];
+    case 5:
+      return rgb(kFour[i >> 3], kFour[i >> 1 & 3], (i & 1) * 255);
+    case 6:
+      return rgb(kFour[i >> 4], kFour[i >> 2 & 3], kFour[i & 3]);
+    case 7:
+      return rgb(kFour[i >> 5], kEight[i >> 2 & 7], kFour[i & 3]);
+    default:
+      return rgb(kEight[i >> 5], kEight[i >> 2 & 7], kFour[i & 3]);
   }
 }
 
@@ -72,7 +80,7 @@ TEST_P(PaletteLayouts, BitmapsKeepCopies) {
   for (const uint32_t colors : {1u, 2u, 100u, 256u}) {
     ASSERT_EQ(V_SetBitmapNewPalette(bitmap, entries, colors), 1);
     EXPECT_EQ(bitmap->nColors, static_cast<int32_t>(colors));
-    ASSERT_NE(bitmap->pPalette, entries);
+    ASSERT_NE(Field(bitmap->pPalette), entries);
     EXPECT_EQ(memcmp(bitmap->pPalette, entries, colors * sizeof(RGBQUAD)), 0);
   }
   // A bitmap's own palette, or a part of it, is as good a source as any.
@@ -96,15 +104,15 @@ TEST_P(PaletteLayouts, BitmapsKeepCopies) {
 
   ASSERT_EQ(V_CopyBitmapPalette(copy, bitmap), 1);
   EXPECT_EQ(copy->nColors, 20);
-  ASSERT_NE(copy->pPalette, bitmap->pPalette);
+  ASSERT_NE(Field(copy->pPalette), Field(bitmap->pPalette));
   EXPECT_EQ(memcmp(copy->pPalette, entries + 10, 20 * sizeof(RGBQUAD)), 0);
   ASSERT_EQ(V_SetBitmapNewPalette(bitmap, nullptr, 5), 1);
-  EXPECT_EQ(bitmap->pPalette, nullptr);
+  EXPECT_EQ(Field(bitmap->pPalette), nullptr);
   ASSERT_EQ(V_SetBitmapNewPalette(copy, entries, 0), 1);
-  EXPECT_EQ(copy->pPalette, nullptr);
+  EXPECT_EQ(Field(copy->pPalette), nullptr);
   ASSERT_EQ(V_SetBitmapNewPalette(copy, entries, 16), 1);
   EXPECT_EQ(V_CopyBitmapPalette(copy, bitmap), 1) << "no palette is copied too";
-  EXPECT_EQ(copy->pPalette, nullptr);
+  EXPECT_EQ(Field(copy->pPalette), nullptr);
 }
 
 // --- the nearest entry ------------------------------------------------------------------------------------------------
@@ -132,8 +140,8 @@ uint32_t NearestEntry(const std::vector<RGBQUAD>& palette, int r, int g, int b) 
   int bestDistance = INT32_MAX;
   for (uint32_t i = 0; i <= last; ++i) {
     const RGBQUAD& e = palette[i];
-    const int distance = (e.rgbRed - r) * (e.rgbRed - r) + (e.rgbGreen - g) * (e.rgbGreen - g) +
-                         (e.rgbBlue - b) * (e.rgbBlue - b);
+    const int distance =
+        (e.rgbRed - r) * (e.rgbRed - r) + (e.rgbGreen - g) * (e.rgbGreen - g) + (e.rgbBlue - b) * (e.rgbBlue - b);
     const bool sameClass = OrderingClass(e.rgbRed, e.rgbGreen, e.rgbBlue) == OrderingClass(r, g, b);
     if (distance < bestDistance || (distance == bestDistance && sameClass)) {
       best = i;

@@ -21,14 +21,22 @@ struct Position {
 // 5 to 8 with rows as columns.
 Position StoredPosition(int32_t perspective, Position seen, int32_t width, int32_t height) {
   switch (perspective) {
-    case V_ViewTopRight: return {seen.row, width - 1 - seen.column};
-    case V_ViewBottomRight: return {height - 1 - seen.row, width - 1 - seen.column};
-    case V_ViewBottomLeft: return {height - 1 - seen.row, seen.column};
-    case V_ViewLeftTop: return {seen.column, seen.row};
-    case V_ViewRightTop: return {height - 1 - seen.column, seen.row};
-    case V_ViewRightBottom: return {height - 1 - seen.column, width - 1 - seen.row};
-    case V_ViewLeftBottom: return {seen.column, width - 1 - seen.row};
-    default: return seen;
+    case V_ViewTopRight:
+      return {seen.row, width - 1 - seen.column};
+    case V_ViewBottomRight:
+      return {height - 1 - seen.row, width - 1 - seen.column};
+    case V_ViewBottomLeft:
+      return {height - 1 - seen.row, seen.column};
+    case V_ViewLeftTop:
+      return {seen.column, seen.row};
+    case V_ViewRightTop:
+      return {height - 1 - seen.column, seen.row};
+    case V_ViewRightBottom:
+      return {height - 1 - seen.column, width - 1 - seen.row};
+    case V_ViewLeftBottom:
+      return {seen.column, width - 1 - seen.row};
+    default:
+      return seen;
   }
 }
 
@@ -61,7 +69,8 @@ TEST_P(PixelStorage, RawValuesAreThoseOfTheDisplayedPosition) {
           uint64_t value = 0;
           memcpy(&value, data.data(), PixelBytes(bits));
           ASSERT_EQ(value, PixelAt(line, at.column, bits)) << "row " << row << ", column " << column;
-          ASSERT_TRUE(std::all_of(data.data() + PixelBytes(bits), data.data() + 8, [](uint8_t b) { return b == 0xCD; }));
+          ASSERT_TRUE(
+              std::all_of(data.data() + PixelBytes(bits), data.data() + 8, [](uint8_t b) { return b == 0xCD; }));
           value = random.Next() & PixelMask(bits);
           ASSERT_EQ(V_PutPixelData(stored, &value, row, column, PixelBytes(bits)), 1);
           PutPixelAt(line, at.column, bits, value);
@@ -121,7 +130,8 @@ TEST(PixelColor, PalettizedPixelsGoThroughThePalette) {
       const uint64_t index = random.Below(colors);
       PutRaw(bitmap, 2, 3, index);
       const RGBQUAD& entry = palette[index];
-      ASSERT_EQ(GetColor(bitmap, 2, 3), Color(entry.rgbRed, entry.rgbGreen, entry.rgbBlue)) << "the reserved byte is no part of it";
+      ASSERT_EQ(GetColor(bitmap, 2, 3), Color(entry.rgbRed, entry.rgbGreen, entry.rgbBlue))
+          << "the reserved byte is no part of it";
       const auto wanted = static_cast<uint32_t>(random.Below(1 << 24));
       ASSERT_EQ(V_PutPixelColor(bitmap, 1, 1, wanted), 1);
       ASSERT_EQ(GetRaw(bitmap, 1, 1), V_FindPaletteIndex(palette, colors, Red(wanted), Green(wanted), Blue(wanted)));

@@ -28,15 +28,14 @@ class RowStorage : public testing::TestWithParam<std::tuple<StorageKind, uint32_
   uint32_t Layout() const { return std::get<1>(GetParam()); }
 
   // The kind's rows as bytes, compared with `model` through whole-row gets.
-  void ExpectHolds(StoredBitmap& stored, const std::vector<uint8_t>& model) {
-    EXPECT_EQ(ReadPixels(stored), model);
-  }
+  void ExpectHolds(StoredBitmap& stored, const std::vector<uint8_t>& model) { EXPECT_EQ(ReadPixels(stored), model); }
 
  private:
   StorageKind kind_ = std::get<0>(GetParam());
   AccountBalance balance_;
 };
-INSTANTIATE_TEST_SUITE_P(All, RowStorage, testing::Combine(testing::ValuesIn(kStorageKinds), testing::ValuesIn(kLayouts)),
+INSTANTIATE_TEST_SUITE_P(All, RowStorage,
+                         testing::Combine(testing::ValuesIn(kStorageKinds), testing::ValuesIn(kLayouts)),
                          KindAndLayoutName);
 
 // Random transfers that start in any pixel of any row and run over as many rows as they like.
@@ -98,12 +97,13 @@ TEST_P(RowStorage, RefusedTransfersMoveNothing) {
       int32_t row, column;
       uint64_t count;
     };
-    std::vector<Case> cases = {{-1, 0, 1},          {kHeight, 0, 1},          {INT32_MAX, 0, 1}, {INT32_MIN, 0, 1},
-                               {0, -1, 1},          {0, kWidth, 1},           {0, INT32_MAX, 1}, {0, INT32_MIN, 1},
-                               {kHeight, kWidth, 1}, {-1, 0, 0},              {0, kWidth, 0}};
+    std::vector<Case> cases = {{-1, 0, 1},           {kHeight, 0, 1}, {INT32_MAX, 0, 1}, {INT32_MIN, 0, 1},
+                               {0, -1, 1},           {0, kWidth, 1},  {0, INT32_MAX, 1}, {0, INT32_MIN, 1},
+                               {kHeight, kWidth, 1}, {-1, 0, 0},      {0, kWidth, 0}};
     if (Kind().IsLinear())  // linear storage knows its end
-      for (const Case& c : {Case{0, 0, pixels.size() + 1}, Case{kHeight - 1, 0, pitch + 1u}, Case{kHeight - 1, 1, pitch + 1u},
-                            Case{0, 0, UINT64_MAX}, Case{kHeight - 1, 20, UINT64_MAX - 1}, Case{1, 0, uint64_t{1} << 63}})
+      for (const Case& c :
+           {Case{0, 0, pixels.size() + 1}, Case{kHeight - 1, 0, pitch + 1u}, Case{kHeight - 1, 1, pitch + 1u},
+            Case{0, 0, UINT64_MAX}, Case{kHeight - 1, 20, UINT64_MAX - 1}, Case{1, 0, uint64_t{1} << 63}})
         cases.push_back(c);
     for (const Case& c : cases) {
       SCOPED_TRACE(testing::Message() << "row " << c.row << ", column " << c.column << ", " << c.count << " bytes");
@@ -169,8 +169,7 @@ TEST_P(RowStorage, SegmentsReplaceExactlyTheirPixels) {
         for (int32_t p = 0; p < pixels; ++p) PutPixelAt(line, column + p, bits, PixelAt(data[i].data(), p, bits));
         touched += (int64_t{column + pixels} * bits + 7) / 8 - int64_t{column} * bits / 8;
       }
-      ASSERT_EQ(V_PutBitmapRowSegments(stored, segments.data(), static_cast<int32_t>(segments.size()), row),
-                touched)
+      ASSERT_EQ(V_PutBitmapRowSegments(stored, segments.data(), static_cast<int32_t>(segments.size()), row), touched)
           << segments.size() << " segments, step " << step;
     }
     ExpectHolds(stored, model);

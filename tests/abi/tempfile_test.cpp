@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -88,7 +88,10 @@ TEST_F(TempFiles, TheModeDecidesTheTagAndTheCreation) {
       SCOPED_TRACE(name + ", mode " + std::to_string(c.mode) + ", flags " + std::to_string(c.flags));
       const std::string start = folder_.Name() + kSeparator + "pre" + Tag(c.word);
       ASSERT_EQ(name.substr(0, start.size()), start);
-      EXPECT_TRUE(std::regex_match(name.substr(start.size()), std::regex("[0-9a-f]+-[0-9a-f]+\\.ext")));
+      EXPECT_EQ(name.substr(name.size() - 4), ".ext");
+      const std::string numbers = name.substr(start.size(), name.size() - 4 - start.size());  // thread and counter
+      EXPECT_EQ(numbers.find_first_not_of("0123456789abcdef-"), std::string::npos);
+      EXPECT_EQ(std::count(numbers.begin(), numbers.end(), '-'), 1);
       EXPECT_EQ(Exists(name), c.created);
       if (c.created) {
         EXPECT_EQ(std::filesystem::file_size(FromUtf8(name)), 0u);
@@ -338,13 +341,15 @@ TEST_F(TempFiles, TheDirectoryHasAtMost264Characters) {
 }
 
 TEST_F(TempFiles, WithoutADirectoryTheSystemsIsUsed) {
-  const auto expected = std::filesystem::temp_directory_path();
+  // Both without a separator at the end, which some systems do not take in a directory's name.
+  const auto bare = [](const std::filesystem::path& path) { return (path / "x").parent_path(); };
+  const auto expected = bare(std::filesystem::temp_directory_path());
   for (const char* none : {static_cast<const char*>(nullptr), ""}) {
     ASSERT_EQ(SetGlobalTempFileDirectory(folder_.Name().c_str()), 1);
     ASSERT_EQ(SetGlobalTempFileDirectory(none), 1);
     const std::string directory = Directory();
     ASSERT_NE(directory, "");
-    EXPECT_TRUE(std::filesystem::equivalent(FromUtf8(directory), expected)) << directory;
+    EXPECT_TRUE(std::filesystem::equivalent(bare(FromUtf8(directory)), expected)) << directory;
     const std::string name = Draw(1);
     EXPECT_TRUE(std::filesystem::equivalent(FromUtf8(name).parent_path(), expected)) << name;
     EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);

@@ -78,9 +78,9 @@ TEST(Threads, SettingsStayEachThreadsOwn) {
   EXPECT_EQ(V_UsesRedirectIO(), 0);
 }
 
-// Thousands of short-lived threads, each with its settings: none of them sees the settings of one before.
+// Hundreds of short-lived threads, each with its settings: none of them sees the settings of one before.
 TEST(Threads, ANewThreadStartsWithFreshSettings) {
-  for (int i = 0; i < 300; ++i)
+  for (int i = 0; i < 100; ++i)
     Together(4, [](int) {
       int32_t reserve = 1;
       V_GetMemoryThresholds(&reserve, nullptr, nullptr, nullptr, nullptr);

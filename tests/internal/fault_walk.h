@@ -47,7 +47,8 @@ class FaultWalk : public testing::Test {
 
   // Returns the number of calls to the system that were made to fail one by one.
   uint64_t Walk(const std::string& name, const std::function<Trial()>& make) {
-    Attempt(name + ", no failure", make, [](Trial&) {}, [] { return false; });  // what is made once is made here
+    Attempt(
+        name + ", no failure", make, [](Trial&) {}, [] { return false; });  // what is made once is made here
     uint64_t failures = 0;
     for (const bool onwards : {false, true})
       for (uint64_t n = 1;; ++n) {

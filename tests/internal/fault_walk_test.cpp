@@ -72,7 +72,7 @@ TEST_F(FaultWalk, Create) {
         trial.unchanged = [=] { EXPECT_EQ(state->bitmap.StorageFlags(), 0u); };
         trial.done = [=] {
           ExpectUsable(state->bitmap);
-          EXPECT_NE(state->bitmap->pPalette, nullptr);
+          EXPECT_NE(Field(state->bitmap->pPalette), nullptr);
         };
         return trial;
       });
@@ -85,8 +85,9 @@ TEST_F(FaultWalk, CreateWithCallbacks) {
     auto state = std::make_shared<Empty>(kCurrentLayout);
     Trial trial{state, [=] {
                   const BITMAPHANDLEDATACALLBACKS table = state->host.Table();
-                  return V_CreateBitmapWithCallbacks(state->bitmap, kCurrentLayout, V_MemoryConventional, kWidth, kHeight,
-                                                     8, V_OrderRgb, nullptr, V_ViewTopLeft, nullptr, 0, &table);
+                  return V_CreateBitmapWithCallbacks(state->bitmap, kCurrentLayout, V_MemoryConventional, kWidth,
+                                                     kHeight, 8, V_OrderRgb, nullptr, V_ViewTopLeft, nullptr, 0,
+                                                     &table);
                 }};
     trial.failures.push_back(state->host.refusal);
     trial.unchanged = [=] { EXPECT_EQ(state->bitmap.StorageFlags(), 0u); };
@@ -125,7 +126,7 @@ TEST_F(FaultWalk, Free) {
                   }};
       trial.done = [=] {
         EXPECT_EQ(state->stored->Flags & V_FlagAllocated, 0u);
-        EXPECT_EQ(state->stored->pPalette, nullptr);
+        EXPECT_EQ(Field(state->stored->pPalette), nullptr);
       };
       trial.host = &state->stored.Host();
       return trial;
@@ -251,7 +252,8 @@ TEST_F(FaultWalk, PutSegments) {
         };
         return trial;
       };
-      if (kind.setup != StorageKind::kMovable) Walk("segments " + std::to_string(bits) + " " + Name(kind, layout), make);
+      if (kind.setup != StorageKind::kMovable)
+        Walk("segments " + std::to_string(bits) + " " + Name(kind, layout), make);
     });
 }
 
@@ -399,8 +401,8 @@ TEST_F(FaultWalk, Duplicate) {
                    };
                    trial.done = [=] {
                      state->ExpectUnchanged();
-                     EXPECT_NE(state->copy->pPalette, nullptr);
-                     EXPECT_NE(state->copy->pLUT, nullptr);
+                     EXPECT_NE(Field(state->copy->pPalette), nullptr);
+                     EXPECT_NE(Field(state->copy->pLUT), nullptr);
                    };
                    return trial;
                  }),

@@ -21,6 +21,12 @@ inline constexpr uint32_t kStorageBits = V_FlagAllocated | V_FlagConventionalMem
                                          V_FlagLockedMemory | V_FlagCompressed | V_FlagMirror | V_FlagGlobal |
                                          V_FlagTiled | V_FlagSuperCompressed;
 
+// A field of a packed record as a value: the assertions bind references, and a field may be misaligned.
+template <typename T>
+T Field(T value) {
+  return value;
+}
+
 inline uint32_t RowBytes(int32_t width, int32_t bits) {
   return ((static_cast<uint32_t>(width) * static_cast<uint32_t>(bits) + 31) >> 3) & ~3u;
 }

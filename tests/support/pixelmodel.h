@@ -20,7 +20,7 @@ inline uint64_t PixelAt(const uint8_t* row, int32_t column, int32_t bits) {
   if (bits < 8) {
     const size_t first = static_cast<size_t>(column) * static_cast<size_t>(bits);
     for (size_t bit = first; bit < first + static_cast<size_t>(bits); ++bit)
-      value = value << 1 | (row[bit / 8] >> (7 - bit % 8) & 1u);
+      value = value << 1 | (static_cast<uint32_t>(row[bit / 8]) >> (7 - bit % 8) & 1u);
     return value;
   }
   const uint8_t* at = row + ColumnByte(column, bits);

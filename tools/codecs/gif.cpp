@@ -96,8 +96,8 @@ class GifPass {
 
   [[noreturn]] void Fail(int error) const {
     if (!reason_.empty()) throw Error(reason_);
-    if (error == D_GIF_ERR_READ_FAILED || error == D_GIF_ERR_EOF_TOO_SOON ||
-        error == D_GIF_ERR_NO_SCRN_DSCR) throw Error("the file is cut short");
+    if (error == D_GIF_ERR_READ_FAILED || error == D_GIF_ERR_EOF_TOO_SOON || error == D_GIF_ERR_NO_SCRN_DSCR)
+      throw Error("the file is cut short");
     const char* text = GifErrorString(error);
     throw Error(std::string("the GIF data is damaged") + (text ? std::string(": ") + text : ""));
   }

@@ -25,7 +25,7 @@ constexpr uint64_t kLargestBlock = uint64_t{1} << 28;
 // The library on a File. Callbacks never throw: they note the reason, which Fail throws.
 class TiffSession {
  public:
-  TiffSession(File& file, const char* mode) : file_(file) {
+  TiffSession(File& file, const char* mode) : file_(file), writes_(mode[0] == 'w') {
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     TIFFOpenOptionsSetErrorHandlerExtR(options, OnError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(options, OnWarning, this);
@@ -40,13 +40,18 @@ class TiffSession {
   TiffSession& operator=(const TiffSession&) = delete;
 
   TIFF* Get() const { return tiff_; }
-  [[noreturn]] void Fail() const { 
-    throw Error("the TIFF data is damaged or cut short" + (reason_.empty() ? "" : ": " + reason_));
+  [[noreturn]] void Fail() const {
+    if (!fileReason_.empty()) throw Error(fileReason_);
+    const std::string reason = reason_.empty() ? "" : ": " + reason_;
+    throw Error((writes_ ? "the TIFF file could not be written" : "the TIFF data is damaged or cut short") + reason);
   }
   void Require(bool success) const {
-    if (!success || !reason_.empty()) Fail();
+    if (!success || !reason_.empty() || !fileReason_.empty()) Fail();
   }
-  void Forget() { reason_.clear(); }
+  void Forget() {
+    reason_.clear();
+    fileReason_.clear();
+  }
 
  private:
   static TiffSession& Of(thandle_t handle) { return *static_cast<TiffSession*>(handle); }
@@ -56,7 +61,7 @@ class TiffSession {
     try {
       return call();
     } catch (const std::exception& error) {
-      reason_ = error.what();
+      if (fileReason_.empty()) fileReason_ = error.what();
       return {};
     }
   }
@@ -95,7 +100,9 @@ class TiffSession {
   static void OnUnmap(thandle_t, void*, toff_t) {}
 
   File& file_;
-  std::string reason_;
+  bool writes_;
+  std::string reason_;      // the library's own
+  std::string fileReason_;  // of a file function, which comes first
   TIFF* tiff_ = nullptr;
 };
 

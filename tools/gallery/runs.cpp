@@ -1,5 +1,6 @@
 #include "gallery/runs.h"
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 
@@ -38,14 +39,11 @@ class Clock {
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-// Everything that the thread opens is this stream, from here to the end of the scope.
+// Everything that the thread opens is this stream, whatever its name, from here to the end of the scope.
 class MemoryStream {
  public:
   MemoryStream() {
     CheckStatus(V_StartRedirectToBuffer(&state_, nullptr, V_StreamGrow | V_StreamWrite | V_StreamHeap, nullptr, 0, 0));
-    char name[50];
-    CheckStatus(V_MakeRedirectName(name, sizeof name));
-    name_ = name;
   }
   ~MemoryStream() {
     void* block = nullptr;
@@ -54,11 +52,9 @@ class MemoryStream {
   }
   MemoryStream(const MemoryStream&) = delete;
   MemoryStream& operator=(const MemoryStream&) = delete;
-  const std::string& Name() const { return name_; }
 
  private:
   void* state_ = nullptr;
-  std::string name_;
 };
 
 void AllocateAs(Page& page, const std::string& kind) {
@@ -112,7 +108,7 @@ Pages ThroughStream(const Pages& pages) {
   Document document;
   document.pages = static_cast<int32_t>(pages.size());
   const MemoryStream stream;
-  File file(stream.Name(), File::Mode::kRewrite);
+  File file("stream", File::Mode::kRewrite);
   Progress progress(1);
   {
     const std::unique_ptr<Writer> writer = format.create(file, document);
@@ -120,7 +116,7 @@ Pages ThroughStream(const Pages& pages) {
     writer->Finish();
   }
   file.Close();
-  return ReadPages(stream.Name(), "conventional", nullptr);
+  return ReadPages("stream", "conventional", nullptr);
 }
 
 Run RunKind(const std::string& path, const std::string& kind, const Pages& reference) {

@@ -74,6 +74,7 @@ std::string VersionLine() {
 int Run(const std::vector<std::string>& arguments) {
   CLI::App app("Looks at image files and converts them.", "vexa");
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // a path may start with a slash on every system
   app.set_version_flag("--version", VersionLine());
   app.footer(
       "Examples:\n  vexa info photo.jpg\n  vexa convert scan.tif page.png --page 2\n"
@@ -95,8 +96,8 @@ int Run(const std::vector<std::string>& arguments) {
   convert->add_option("IN", convertOptions.input, "The file to read")->required();
   convert->add_option("OUT", convertOptions.output, "The file to write; its extension names the format")->required();
   convert->add_option("--format", convertOptions.format, "The format of OUT, whatever its name: " + KnownExtensions());
-  convert->add_option("--page", convertOptions.page, "The page to convert, from 1; otherwise all, or the first")
-      ->check(CLI::PositiveNumber);
+  const CLI::Option* page =
+      convert->add_option("--page", convertOptions.page, "The page to convert, from 1; otherwise all, or the first");
   convertStorage.AddTo(*convert);
   convert->footer(
       "Examples:\n  vexa convert photo.png photo.tif\n  vexa convert animation.gif frame.png --page 3\n"

@@ -58,7 +58,8 @@ std::string Utf8Of(const fs::path& path) {
 bool IsSpecialFile(const std::string& path) {
   std::error_code error;
   const fs::file_status status = fs::status(PathOf(path), error);
-  return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
+  if (!fs::exists(status) || fs::is_directory(status)) return false;
+  return !fs::is_regular_file(status) || path.starts_with("/dev/");  // /dev/stdout may lead to an ordinary file
 }
 
 OutputFile::OutputFile(const std::string& path, bool seeks)

@@ -1,0 +1,281 @@
+// What goes through `vexa convert` comes out as it was: pixels, depth, perspective, frames.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tool/tool.h"
+
+namespace tool {
+namespace {
+
+using Json = nlohmann::json;
+
+Json InfoOf(const std::string& path, const std::vector<std::string>& more = {}) {
+  std::vector<std::string> arguments = {"info", "--json", path};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const Outcome outcome = Vexa(arguments);
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  const Json all = Json::parse(outcome.output, nullptr, false);
+  return all.is_array() && all.size() == 1 ? all[0] : Json::object();
+}
+
+void ExpectConverts(const std::vector<std::string>& arguments) {
+  std::vector<std::string> line = {"convert"};
+  line.insert(line.end(), arguments.begin(), arguments.end());
+  const Outcome outcome = Vexa(line);
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_EQ(outcome.output + outcome.errors, "") << "a tool that succeeds is quiet";
+}
+
+void ExpectSameRows(Decoded& a, Decoded& b) {
+  ASSERT_EQ(a.bitmap.Width(), b.bitmap.Width());
+  ASSERT_EQ(a.bitmap.Height(), b.bitmap.Height());
+  ASSERT_EQ(a.bitmap.Bits(), b.bitmap.Bits());
+  for (int32_t y = 0; y < a.bitmap.Height(); ++y) ASSERT_EQ(a.Row(y), b.Row(y)) << "row " << y;
+}
+
+// The extension of a format that holds the sample exactly and keeps its depth.
+std::string ExactExtension(const std::string& sample) {
+  if (CanRead("x.tif")) return ".tif";
+  return sample.ends_with(".ppm") ? ".pam" : sample.substr(sample.rfind('.'));
+}
+
+struct Storage {
+  const char* kind;
+  std::vector<std::string> arguments;
+};
+const std::vector<Storage> kStorages = {{"conventional", {"--storage", "conventional"}},
+                                        {"tiled", {"--storage", "tiled"}},
+                                        {"disk", {"--storage", "disk"}}};
+
+TEST(Convert, EverySampleComesThroughEveryStorageExactly) {
+  for (const std::string& name : SampleNames()) {
+    if (name.ends_with(".gif")) continue;  // its depths, 3 or 7 bits, become 4 and 8: see the frames' own test
+    Decoded original;
+    Decode(SamplePath(name), &original);
+    for (const Storage& storage : kStorages) {
+      SCOPED_TRACE(name + " by " + storage.kind);
+      EXPECT_EQ(InfoOf(SamplePath(name), storage.arguments)["images"][0]["storage"]["kind"], storage.kind);
+      const Folder folder;
+      const std::string out = folder / ("out" + ExactExtension(name));
+      std::vector<std::string> arguments = {SamplePath(name), out};
+      arguments.insert(arguments.end(), storage.arguments.begin(), storage.arguments.end());
+      ExpectConverts(arguments);
+      Decoded converted;
+      Decode(out, &converted);
+      ExpectSameRows(original, converted);
+      EXPECT_EQ(original.bitmap.Perspective(), converted.bitmap.Perspective());
+      EXPECT_EQ(folder.Names().size(), 1u);
+    }
+  }
+}
+
+// The sums are those of another decoder's pixels.
+TEST(Convert, DecodersAgreeWithAnotherProgram) {
+  struct {
+    const char* name;
+    uint32_t crc;
+  } const kCases[] = {{"photo_cat.png", 0x0F829D59},        {"pal4_hibiscus.png", 0x69B795FC},
+                      {"pal8_hibiscus.png", 0x1E203642},    {"photo_gray.png", 0xDAE3FC0B},
+                      {"doc_manuscript.png", 0x9CBFF5E7},   {"doc_text_300dpi.tif", 0x4E374FA9},
+                      {"doc_mixed_300dpi.pbm", 0xAF220E82}, {"photo_tulips_alpha.png", 0xCC4C2571},
+                      {"photo_flower.jpg", 0x188260CE},     {"anim_cat_mixed.gif", 0xDFFEF858}};
+  for (const auto& test : kCases) {
+    if (!CanRead(test.name)) continue;
+    Decoded decoded;
+    Decode(SamplePath(test.name), &decoded);
+    uint32_t crc = 0xFFFFFFFF;
+    for (const char byte : DisplayedColors(decoded.bitmap)) {
+      crc ^= static_cast<uint8_t>(byte);
+      for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320u : 0);
+    }
+    EXPECT_EQ(crc ^ 0xFFFFFFFF, test.crc) << test.name;
+  }
+}
+
+// Each kind of raw file: the record that it becomes, and that it comes back byte for byte, also by way of other formats.
+TEST(Convert, DepthsMapWithoutLoss) {
+  struct {
+    const char* extension;
+    const char* header;  // ends before the samples; its maximum is `maximum`
+    size_t samples;
+    uint32_t maximum;
+    int bits;
+    const char* order;
+    int highBit;
+    std::vector<const char*> ways;  // formats that keep all of it
+  } const kCases[] = {
+      {"pgm", "P5\n7 3\n1\n", 21, 1, 1, "gray", 0, {"png", "tif", "gif", "pam"}},
+      {"pgm", "P5\n7 3\n7\n", 21, 7, 3, "gray", 2, {"gif"}},
+      {"pgm", "P5\n7 3\n15\n", 21, 15, 4, "gray", 3, {"png", "tif", "gif", "pam"}},
+      {"pgm", "P5\n9 3\n127\n", 27, 127, 7, "gray", 6, {"gif"}},
+      {"pgm", "P5\n7 3\n100\n", 21, 100, 8, "gray", 6, {"png", "pam"}},
+      {"pgm", "P5\n7 3\n255\n", 21, 255, 8, "gray", 7, {"png", "tif", "gif", "pam"}},
+      {"pgm", "P5\n7 3\n1023\n", 21, 1023, 16, "gray", 9, {"tif", "pam"}},
+      {"pgm", "P5\n7 3\n4095\n", 21, 4095, 12, "gray", 11, {"tif", "pam"}},
+      {"pgm", "P5\n7 3\n65535\n", 21, 65535, 16, "gray", 15, {"png", "tif", "pam"}},
+      {"ppm", "P6\n7 3\n31\n", 63, 31, 24, "bgr", 4, {"pam"}},
+      {"ppm", "P6\n7 3\n255\n", 63, 255, 24, "bgr", 7, {"png", "tif", "pam"}},
+      {"ppm", "P6\n7 3\n4095\n", 63, 4095, 48, "bgr", 11, {"tif", "pam"}},
+      {"ppm", "P6\n7 3\n65535\n", 63, 65535, 48, "bgr", 15, {"png", "tif", "pam"}},
+      {"pam",
+       "P7\nWIDTH 7\nHEIGHT 3\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+       84,
+       255,
+       32,
+       "bgr",
+       -1,
+       {"png", "tif"}},
+      {"pam",
+       "P7\nWIDTH 7\nHEIGHT 3\nDEPTH 4\nMAXVAL 65535\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+       84,
+       65535,
+       64,
+       "bgr",
+       15,
+       {"png", "tif"}},
+  };
+  const Folder folder;
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.header);
+    const std::string in = folder / ("in." + std::string(test.extension));
+    const std::string content = RandomPnm(test.header, test.samples, test.maximum);
+    Save(in, content);
+    const Json image = InfoOf(in)["images"][0];
+    EXPECT_EQ(image["bits_per_pixel"], test.bits);
+    EXPECT_EQ(image["order"], test.order);
+    EXPECT_EQ(image["high_bit"], test.highBit);
+    std::vector<const char*> ways = test.ways;
+    ways.push_back(test.extension);
+    for (const std::string way : ways) {
+      if (!CanRead("x." + way)) continue;
+      SCOPED_TRACE(way);
+      const std::string middle = folder / ("middle." + way), back = folder / ("back." + std::string(test.extension));
+      ExpectConverts({in, middle});
+      ExpectConverts({middle, back});
+      EXPECT_TRUE(Load(back) == content);
+    }
+  }
+}
+
+TEST(Convert, PlainTextFormsMeanTheSameAsRawOnes) {
+  const Folder folder;
+  struct {
+    const char *extension, *plain, *raw;
+  } const kCases[] = {{"pbm", "P1\n# a comment\n3 2\n1 0 1\n011", "P4\n3 2\n\xA0\x60"},
+                      {"pgm", "P2 3 1 # three\n4095\n0 4095 258\n", "P5\n3 1\n4095\n\0\0\x0F\xFF\x01\x02"},
+                      {"ppm", "P3\n1 1\n255\n1 2 3", "P6\n1 1\n255\n\1\2\3"}};
+  const size_t rawSizes[] = {9, 18, 14};
+  for (size_t i = 0; i < std::size(kCases); ++i) {
+    const std::string in = folder / "in", out = folder / (std::string("out.") + kCases[i].extension);
+    Save(in, kCases[i].plain);
+    ExpectConverts({in, out});
+    EXPECT_EQ(Load(out), std::string(kCases[i].raw, rawSizes[i]));
+  }
+}
+
+TEST(Convert, FormatsRefuseDepthsThatTheyCannotHold) {
+  struct {
+    const char *in, *out, *says;
+  } const kCases[] = {{"photo_tulips_alpha.png", "out.jpg", "JPEG holds 8-bit gray and 24-bit colour, not 32-bit"},
+                      {"pal8_hibiscus.png", "out.jpg", "JPEG holds 8-bit gray and 24-bit colour, not 8-bit palette"},
+                      {"photo_cat.png", "out.gif", "GIF holds palettes and gray of 1 to 8 bits, not 24-bit colour"},
+                      {"mr_abdomen_u12.pgm", "out.ppm", "PPM holds 24- and 48-bit colour, not 12-bit gray"},
+                      {"mr_abdomen_u12.pgm", "out.png", "PNG holds"},
+                      {"rgb48_calla.ppm", "out.pgm", "PGM holds gray of 1 to 8, 12 and 16 bits, not 48-bit colour"}};
+  for (const auto& test : kCases) {
+    if (!CanRead(test.in) || !CanRead(test.out)) continue;
+    const Folder folder;
+    const Outcome outcome = Vexa({"convert", SamplePath(test.in), folder / test.out});
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.errors.find(test.says), std::string::npos) << outcome.errors;
+    EXPECT_TRUE(folder.Names().empty());
+  }
+}
+
+TEST(Convert, PerspectiveIsKeptOrTurnedUpright) {
+  if (!CanRead("x.tif") || !CanRead("x.png") || !CanRead("x.jpg")) GTEST_SKIP() << "this build lacks the codecs";
+  Decoded upright;
+  Decode(SamplePath("orient_rgb_upright.png"), &upright);
+  const std::string wanted = DisplayedColors(upright.bitmap);
+  for (int perspective = 1; perspective <= 8; ++perspective) {
+    SCOPED_TRACE(perspective);
+    const Folder folder;
+    const std::string in = SamplePath("orient_rgb_" + std::to_string(perspective) + ".tif");
+    ExpectConverts({in, folder / "out.png"});
+    Decoded png, stored, tiff;
+    Decode(folder / "out.png", &png);
+    ExpectSameRows(upright, png);
+
+    ExpectConverts({in, folder / "out.tif"});
+    Decode(in, &stored);
+    Decode(folder / "out.tif", &tiff);
+    EXPECT_EQ(tiff.bitmap.Perspective(), perspective);
+    ExpectSameRows(stored, tiff);
+    EXPECT_TRUE(DisplayedColors(tiff.bitmap) == wanted);
+
+    ExpectConverts({in, folder / "out.jpg"});
+    EXPECT_EQ(InfoOf(folder / "out.jpg")["images"][0]["perspective"], perspective);
+  }
+}
+
+TEST(Convert, FramesKeepTheirFieldsAndPixels) {
+  if (!CanRead("x.gif") || !CanRead("x.tif")) GTEST_SKIP() << "this build lacks the codecs";
+  // Left, top, width, height, delay in milliseconds, disposal, transparent or not, interlaced or not.
+  const int kFrames[10][8] = {{0, 0, 240, 180, 400, 0, 0, 0},    {8, 20, 64, 56, 120, 3, 1, 0},
+                              {60, 40, 64, 56, 120, 3, 1, 0},    {110, 60, 80, 70, 80, 3, 1, 0},
+                              {140, 110, 90, 60, 250, 1, 0, 0},  {20, 100, 48, 42, 150, 2, 1, 0},
+                              {70, 95, 48, 42, 150, 2, 1, 0},    {0, 0, 240, 180, 0, 1, 1, 0},
+                              {190, 130, 50, 50, 1000, 3, 0, 1}, {5, 5, 100, 100, 500, 1, 1, 0}};
+  const Json images = InfoOf(SamplePath("anim_cat_mixed.gif"))["images"];
+  ASSERT_EQ(images.size(), 10u);
+  for (size_t i = 0; i < 10; ++i) {
+    SCOPED_TRACE(i);
+    const Json frame = images[i].value("frame", Json{{"left", 0}});
+    const int* want = kFrames[i];
+    EXPECT_EQ(frame["left"], want[0]);
+    EXPECT_EQ(frame["top"], want[1]);
+    EXPECT_EQ(images[i]["width"], want[2]);
+    EXPECT_EQ(images[i]["height"], want[3]);
+    EXPECT_EQ(frame["delay_ms"], want[4]);
+    EXPECT_EQ(frame["disposal"], want[5]);
+    EXPECT_EQ(!frame["transparent_index"].is_null(), want[6] == 1);
+    EXPECT_EQ(images[i]["interlaced"], want[7] == 1);
+  }
+  for (const char* name : {"anim_cat_mixed.gif", "anim_squares.gif", "anim_hearts_mixed.gif"}) {
+    const Folder folder;
+    ExpectConverts({SamplePath(name), folder / "out.gif"});
+    ExpectConverts({SamplePath(name), folder / "out.tif"});
+    Json before = InfoOf(SamplePath(name))["images"], after = InfoOf(folder / "out.gif")["images"];
+    for (Json* list : {&before, &after})
+      for (Json& image : *list) image.erase("interlaced");
+    EXPECT_EQ(before, after) << name;
+    for (size_t i = 0; i < before.size(); ++i) {
+      Decoded frame, gif, tiff;
+      const int32_t page = static_cast<int32_t>(i);
+      Decode(SamplePath(name), &frame, page);
+      Decode(folder / "out.gif", &gif, page);
+      Decode(folder / "out.tif", &tiff, page);
+      ExpectSameRows(frame, gif);
+      EXPECT_TRUE(DisplayedColors(frame.bitmap) == DisplayedColors(tiff.bitmap)) << name << ", frame " << i;
+      EXPECT_EQ(tiff.pages, static_cast<int32_t>(before.size()));
+    }
+    // One page alone, where the format holds one.
+    ExpectConverts({SamplePath(name), folder / "one.gif", "--page", "3"});
+    EXPECT_EQ(InfoOf(folder / "one.gif")["pages"], 1);
+  }
+}
+
+TEST(Convert, ResolutionPassesBetweenFormats) {
+  if (!CanRead("x.tif") || !CanRead("x.png") || !CanRead("x.jpg")) GTEST_SKIP() << "this build lacks the codecs";
+  const Folder folder;
+  ExpectConverts({SamplePath("rgb48_grass.png"), folder / "a.tif"});
+  ExpectConverts({folder / "a.tif", folder / "b.png"});
+  ExpectConverts({SamplePath("doc_text_300dpi.tif"), folder / "c.png"});
+  for (const char* name : {"a.tif", "b.png", "c.png"})
+    EXPECT_EQ(InfoOf(folder / name)["images"][0]["resolution"], (Json{{"x", 300}, {"y", 300}})) << name;
+  EXPECT_TRUE(InfoOf(SamplePath("photo_cat.png"))["images"][0]["resolution"].is_null());
+}
+
+}  // namespace
+}  // namespace tool

@@ -1,0 +1,257 @@
+// What can go wrong for a user: one clear line, the right exit code, nothing left behind.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+
+#include "tool/tool.h"
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
+namespace tool {
+namespace {
+
+void ExpectOneLine(const Outcome& outcome, int exitCode, const std::string& part) {
+  EXPECT_EQ(outcome.exitCode, exitCode) << outcome.errors;
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
+  EXPECT_EQ(outcome.errors.rfind("vexa: ", 0), 0u) << outcome.errors;
+  EXPECT_NE(outcome.errors.find(part), std::string::npos) << outcome.errors << " lacks: " << part;
+}
+
+TEST(Failure, EverySampleCutShortIsAnErrorWithoutOutput) {
+  for (const std::string& name : SampleNames()) {
+    const std::string content = Load(SamplePath(name));
+    const std::string extension = name.ends_with(".gif") ? "gif" : CanRead("x.tif") ? "tif" : "pam";
+    for (const size_t length : {size_t{0}, size_t{1}, size_t{9}, size_t{30}, size_t{200}, content.size() / 2,
+                                content.size() * 9 / 10, content.size() - 3}) {
+      if (length >= content.size()) continue;
+      // Here the last bytes are not of the picture.
+      if (length + 3 == content.size() && (name.ends_with(".tif") || name.ends_with(".gif"))) continue;
+      SCOPED_TRACE(name + " cut to " + std::to_string(length));
+      const Folder folder;
+      Save(folder / "cut", content.substr(0, length));
+      ExpectOneLine(Vexa({"convert", folder / "cut", folder / ("out." + extension)}), 1, "cut: ");
+      EXPECT_EQ(folder.Names(), std::vector<std::string>{"cut"});
+      if (length == content.size() / 2) ExpectOneLine(Vexa({"info", folder / "cut"}), 1, "cut: ");
+    }
+  }
+}
+
+TEST(Failure, BadFilesAreNamedInOneLine) {
+  const std::string big(100, 'x');
+  struct {
+    const char* what;
+    std::string content;
+    const char* says;
+  } const kCases[] = {
+      {"no image", "hello, world", "not an image"},
+      {"no width", "P5\n0 5\n255\n", "no pixels"},
+      {"no height", "P4\n5 0\n", "no pixels"},
+      {"a side too long", "P5\n2147483648 1\n255\n" + big, "too large"},
+      {"a lying header", "P6\n2147483647 2147483647\n255\n" + big, "too small for the 2147483647 x 2147483647 pixels"},
+      {"a lying PAM", "P7\nWIDTH 90000\nHEIGHT 90000\nDEPTH 4\nMAXVAL 255\nENDHDR\n" + big, "cut short"},
+      {"words for numbers", "P5\nten ten\n255\n" + big, "header is damaged"},
+      {"a maximum of 0", "P5\n5 5\n0\n" + big, "maximum"},
+      {"a maximum too large", "P5\n5 5\n65536\n" + big, "maximum"},
+      {"a sample beyond", "P5\n2 1\n7\n\x03\x08", "greater than the maximum 7"},
+      {"depth against type", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 1\nMAXVAL 255\nTUPLTYPE RGB\nENDHDR\n" + big, "DEPTH"},
+      {"five channels", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 5\nMAXVAL 255\nENDHDR\n" + big, "5 samples a pixel"},
+      {"a header without end", "P7\nWIDTH " + std::string(9000, '1'), "header is damaged"}};
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.what);
+    const Folder folder;
+    Save(folder / "bad", test.content);
+    ExpectOneLine(Vexa({"convert", folder / "bad", folder / "out.pam"}), 1, test.says);
+    EXPECT_EQ(folder.Names(), std::vector<std::string>{"bad"});
+  }
+}
+
+// Headers of the other formats that promise what is not there; the checksum of the PNG's is right.
+TEST(Failure, LyingHeadersOfLibraryFormatsAreRefused) {
+  if (!CanRead("x.png") || !CanRead("x.gif")) GTEST_SKIP() << "this build lacks the codecs";
+  using namespace std::string_literals;
+  const std::string png = "\x89PNG\r\n\x1a\n\0\0\0\rIHDR"s;
+  const std::pair<const char*, std::string> kCases[] = {
+      {"2^31 - 1 pixels a side", png + "\x7f\xff\xff\xff\x7f\xff\xff\xff\x08\x02\0\0\0\x07\x7b\x04\x4c"s},
+      {"a GIF without frames", "GIF89a\x01\0\x01\0\0\0\0;"s},
+      {"a GIF frame without palette", "GIF89a\x01\0\x01\0\0\0\0,\0\0\0\0\x01\0\x01\0\0\x02\x02\x44\x01\0;"s},
+      {"a GIF frame of 0 pixels", "GIF89a\x01\0\x01\0\0\0\0,\0\0\0\0\0\0\0\0\0\x02\x02\x44\x01\0;"s}};
+  for (const auto& [what, content] : kCases) {
+    SCOPED_TRACE(what);
+    const Folder folder;
+    Save(folder / "bad", content);
+    ExpectOneLine(Vexa({"convert", folder / "bad", folder / "out.tif"}), 1, "bad: ");
+    EXPECT_EQ(folder.Names(), std::vector<std::string>{"bad"});
+  }
+}
+
+TEST(Failure, PlacesThatCannotBeReadOrWritten) {
+  const Folder folder;
+  const std::string good = folder / "good.pgm";
+  Save(good, "P5\n2 1\n255\nab");
+  fs::create_directory(folder.Path() / "sub");
+  ExpectOneLine(Vexa({"info", folder / "none.png"}), 1, "none.png: ");
+  ExpectOneLine(Vexa({"info", folder / "sub"}), 1, "sub: ");
+  ExpectOneLine(Vexa({"convert", good, folder / "sub"}), 1, "directory");
+  ExpectOneLine(Vexa({"convert", good, folder / "none/out.pgm"}), 1, "folder");
+  ExpectOneLine(Vexa({"convert", good, folder / "out.pgm", "--page", "2"}), 1, "no page 2");
+  ExpectOneLine(Vexa({"convert", good, folder / "out.pgm", "--storage", "tiled", "--tile-size", "64K"}), 1, "tiles");
+#ifndef _WIN32
+  ExpectOneLine(Vexa({"convert", good, "/dev/full"}), 1, "/dev/full: ");
+  if (CanRead("x.tif")) ExpectOneLine(Vexa({"convert", good, "/dev/full", "--format", "tif"}), 1, "/dev/full: ");
+  EXPECT_EQ(Vexa({"convert", good, "/dev/null"}).exitCode, 0);
+  EXPECT_EQ(Vexa({"convert", good, "/dev/stdout"}).output, Load(good));
+  if (geteuid() != 0) {
+    fs::permissions(good, fs::perms::none);
+    ExpectOneLine(Vexa({"info", good}), 1, "good.pgm: ");
+  }
+#endif
+  EXPECT_EQ(folder.Names(), (std::vector<std::string>{"good.pgm", "sub"}));
+}
+
+TEST(Failure, OneBadFileDoesNotHideTheOthers) {
+  const Folder folder;
+  Save(folder / "bad.pgm", "P5\n");
+  Save(folder / "good.pgm", "P5\n2 1\n255\nab");
+  const Outcome outcome = Vexa({"info", folder / "bad.pgm", folder / "good.pgm"});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_NE(outcome.output.find("good.pgm"), std::string::npos);
+  EXPECT_NE(outcome.errors.find("bad.pgm"), std::string::npos);
+}
+
+TEST(Failure, WrongUsageHasItsOwnExitCode) {
+  const std::vector<std::vector<std::string>> kLines = {{},
+                                                        {"paint"},
+                                                        {"info"},
+                                                        {"info", "--colour", "a.png"},
+                                                        {"convert", "a.pgm"},
+                                                        {"convert", "a.pgm", "b.pgm", "c.pgm"},
+                                                        {"convert", SamplePath("mr_abdomen_u12.pgm"), "b.xyz"},
+                                                        {"convert", "a.pgm", "b.pgm", "--storage", "paper"},
+                                                        {"convert", "a.pgm", "b.pgm", "--tile-size", "64Q"},
+                                                        {"convert", "a.pgm", "b.pgm", "--memory-limit", "0"},
+                                                        {"convert", "a.pgm", "b.pgm", "--page", "0"},
+                                                        {"convert", "a.pgm", "b.pgm", "--page", "one"}};
+  for (const std::vector<std::string>& line : kLines) ExpectOneLine(Vexa(line), 2, "--help");
+  for (const std::vector<std::string>& line :
+       std::vector<std::vector<std::string>>{{"--help"}, {"info", "--help"}, {"convert", "--help"}, {"--version"}}) {
+    const Outcome outcome = Vexa(line);
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_NE(outcome.output.find("vexa"), std::string::npos);
+  }
+}
+
+TEST(Output, MayBeTheInput) {
+  const Folder folder;
+  const std::string path = folder / "same.pgm", content = RandomPnm("P5\n50 40\n255\n", 2000, 255);
+  Save(path, content);
+  ASSERT_EQ(Vexa({"convert", path, path}).exitCode, 0);
+  EXPECT_TRUE(Load(path) == content);
+  ASSERT_EQ(Vexa({"convert", path, path, "--format", "pam"}).exitCode, 0);
+  EXPECT_EQ(Load(path).substr(0, 2), "P7");
+  EXPECT_EQ(folder.Names().size(), 1u);
+  if (!CanRead("x.gif")) return;
+  const std::string animation = folder / "a.gif";
+  Save(animation, Load(SamplePath("anim_cat_mixed.gif")));
+  ASSERT_EQ(Vexa({"convert", animation, animation}).exitCode, 0);
+  Decoded frame;
+  Decode(animation, &frame, 9);
+  EXPECT_EQ(frame.pages, 10);
+  // A failure leaves the old file.
+  Save(animation, Load(SamplePath("anim_cat_mixed.gif")).substr(0, 40000));
+  EXPECT_EQ(Vexa({"convert", animation, animation}).exitCode, 1);
+  EXPECT_EQ(Load(animation).size(), 40000u);
+}
+
+#ifndef _WIN32
+TEST(Output, KeepsPermissionsAndLinks) {
+  const Folder folder;
+  Save(folder / "in.pgm", "P5\n2 1\n255\nab");
+  Save(folder / "real.pgm", "old");
+  fs::permissions(folder / "real.pgm", fs::perms(0640));
+  fs::create_symlink("real.pgm", folder / "link.pgm");
+  ASSERT_EQ(Vexa({"convert", folder / "in.pgm", folder / "link.pgm"}).exitCode, 0);
+  EXPECT_TRUE(fs::is_symlink(folder / "link.pgm"));
+  EXPECT_EQ(Load(folder / "real.pgm"), Load(folder / "in.pgm"));
+  EXPECT_EQ(fs::status(folder / "real.pgm").permissions(), fs::perms(0640));
+  ASSERT_EQ(Vexa({"convert", folder / "in.pgm", folder / "new.pgm"}).exitCode, 0);
+  EXPECT_EQ(fs::status(folder / "new.pgm").permissions(), fs::status(folder / "in.pgm").permissions());
+}
+
+// True once the run has written something aside.
+bool HasGrowingAside(const Folder& folder) {
+  std::error_code ignored;
+  for (const std::string& name : folder.Names())
+    if (name.starts_with(".vexa-") && fs::file_size(folder / name, ignored) > 1000000) return true;
+  return false;
+}
+
+std::string BigPpm() { return "P6\n6000 6000\n255\n" + std::string(size_t{6000} * 6000 * 3, 'v'); }
+
+TEST(Output, InterruptedRunsLeaveNothing) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const Folder folder;
+    Save(folder / "in.ppm", BigPpm());
+    bool sent = false;
+    const Outcome outcome = RunProgram(
+        VEXA_PROGRAM, {"convert", folder / "in.ppm", folder / "out.ppm", "--storage", "disk"}, [&](int process) {
+          sent = HasGrowingAside(folder) && kill(process, signal) == 0;
+          return sent;
+        });
+    ASSERT_TRUE(sent);
+    ExpectOneLine(outcome, 1, "stopped");
+    EXPECT_EQ(folder.Names(), std::vector<std::string>{"in.ppm"});
+  }
+}
+
+TEST(Output, KilledRunsAreSweptByTheNext) {
+  const Folder folder;
+  Save(folder / "in.ppm", BigPpm());
+  Save(folder / ".vexa-00000000-VD-99999999-1-1.part", "another machine's");
+  RunProgram(VEXA_PROGRAM, {"convert", folder / "in.ppm", folder / "out.ppm"},
+             [&](int process) { return HasGrowingAside(folder) && kill(process, SIGKILL) == 0; });
+  ASSERT_EQ(folder.Names().size(), 3u) << "the killed run leaves its file";
+  Save(folder / "small.pgm", "P5\n2 1\n255\nab");
+  ASSERT_EQ(Vexa({"convert", folder / "small.pgm", folder / "out.pgm"}).exitCode, 0);
+  EXPECT_EQ(folder.Names(),
+            (std::vector<std::string>{".vexa-00000000-VD-99999999-1-1.part", "in.ppm", "out.pgm", "small.pgm"}));
+}
+
+// The gallery's own run of the tool: it measures from a small process, and compares every pixel with the generator.
+TEST(Memory, LimitBoundsWhatIsResident) {
+  const Folder folder;
+  const std::string gallery = (fs::path(VEXA_PROGRAM).parent_path() / "vexa_gallery").string();
+  const Outcome outcome = RunProgram(
+      gallery, {"big", VEXA_PROGRAM, folder / "big", folder / "report.json", "--side", "6000", "--limit", "8M"});
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.output << outcome.errors;
+  EXPECT_TRUE(fs::is_empty(folder / "big"));
+  const nlohmann::json report = nlohmann::json::parse(Load(folder / "report.json"));
+  ASSERT_EQ(report["runs"].size(), 2u);
+  for (const auto& run : report["runs"]) {
+    EXPECT_TRUE(run["identical"]);
+#if !defined(__SANITIZE_ADDRESS__)  // whose own memory is in the figure
+    EXPECT_LT(run["peak_bytes"], 24 << 20) << run["storage"];
+    EXPECT_GT(run["peak_bytes"], 1 << 20);
+#endif
+  }
+}
+
+TEST(Memory, LimitChoosesTheStorage) {
+  const Folder folder;
+  Save(folder / "in.ppm", RandomPnm("P6\n1000 1000\n255\n", 3000000, 255));
+  const auto storage = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> line = {"info", folder / "in.ppm", "--memory-limit", "1M"};
+    line.insert(line.end(), more.begin(), more.end());
+    return Vexa(line);
+  };
+  EXPECT_NE(storage({}).output.find("disk, 3000000 bytes"), std::string::npos);
+  EXPECT_NE(storage({"--storage", "tiled"}).output.find("tiled, 3000000 bytes"), std::string::npos);
+  ExpectOneLine(storage({"--storage", "conventional"}), 1, "no storage for 3000000 bytes");
+}
+#endif
+
+}  // namespace
+}  // namespace tool

@@ -1,0 +1,66 @@
+// Running the tool, and files to run it on.
+#ifndef VEXA_TESTS_TOOL_H
+#define VEXA_TESTS_TOOL_H
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "codecs/codec.h"
+
+namespace tool {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int exitCode = -1;
+  std::string output;
+  std::string errors;
+  uint64_t peakBytes = 0;  // 0 where the system does not tell
+};
+
+// Runs a program to its end. `whileRunning` is called again and again with its process id until it returns true.
+Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
+                   const std::function<bool(int)>& whileRunning = {});
+inline Outcome Vexa(const std::vector<std::string>& arguments) { return RunProgram(VEXA_PROGRAM, arguments); }
+
+// A folder of its own, gone at the end.
+class Folder {
+ public:
+  Folder();
+  ~Folder();
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  const fs::path& Path() const { return path_; }
+  std::vector<std::string> Names() const;  // sorted
+
+ private:
+  fs::path path_;
+};
+
+std::string Load(const std::string& path);
+void Save(const std::string& path, const std::string& content);
+inline std::string SamplePath(const std::string& name) { return std::string(VEXA_SAMPLES) + "/" + name; }
+std::vector<std::string> SampleNames();  // those that this build can read
+bool CanRead(const std::string& name);
+
+// A page of a file, decoded in this process.
+struct Decoded {
+  vexa::Bitmap bitmap;
+  int32_t pages = 0;
+  std::vector<uint8_t> Row(int32_t y);
+};
+void Decode(const std::string& path, Decoded* decoded, int32_t page = 0);
+
+// Red, green, blue of all displayed pixels, as the engine's own pixel function tells them (8 bits a channel).
+std::string DisplayedColors(vexa::Bitmap& bitmap);
+
+// Raw PNM or PAM of pseudo-random samples.
+std::string RandomPnm(const std::string& header, size_t samples, uint32_t maximum);
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,182 @@
+#include "gallery/page.h"
+
+#include <cstdio>
+
+namespace vexa::gallery {
+namespace {
+
+constexpr const char* kHead = R"(<!doctype html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<title>vexa gallery</title>
+<style>
+:root { color-scheme: light dark; --ink: #1d2430; --soft: #5d6878; --page: #f6f7f9; --card: #fff; --line: #dfe3e9;
+        --good: #1c7a43; --bad: #b3261e; --accent: #2b5fb4; }
+@media (prefers-color-scheme: dark) {
+  :root { --ink: #e6e9ef; --soft: #98a2b3; --page: #12151b; --card: #1b2029; --line: #2c3340; --good: #5fce8d;
+          --bad: #ff8a80; --accent: #86b2ff; }
+}
+* { box-sizing: border-box; }
+body { margin: 0 auto; max-width: 1240px; padding: 2.5rem 1.5rem 4rem; background: var(--page); color: var(--ink);
+       font: 15px/1.5 system-ui, -apple-system, "Segoe UI", Roboto, "Noto Sans", sans-serif; }
+h1 { font-size: 1.9rem; margin: 0 0 .3rem; letter-spacing: -.01em; }
+h2 { font-size: 1.25rem; margin: 2.8rem 0 .8rem; }
+p { margin: 0 0 1rem; max-width: 70ch; color: var(--soft); }
+.facts { display: flex; flex-wrap: wrap; gap: .8rem; margin: 1.4rem 0 0; }
+.fact { background: var(--card); border: 1px solid var(--line); border-radius: 10px; padding: .7rem 1.1rem; }
+.fact b { display: block; font-size: 1.45rem; line-height: 1.2; font-variant-numeric: tabular-nums; }
+.fact span { color: var(--soft); font-size: .85rem; }
+.cards { display: grid; grid-template-columns: repeat(auto-fill, minmax(212px, 1fr)); gap: 1rem; }
+figure { margin: 0; background: var(--card); border: 1px solid var(--line); border-radius: 10px; overflow: hidden; }
+figure div { height: 190px; display: flex; align-items: center; justify-content: center; padding: .6rem; }
+figure .clear { background: repeating-conic-gradient(#8883 0 25%, transparent 0 50%) 0 0 / 18px 18px; }
+figure img { max-width: 100%; max-height: 100%; min-width: 64px; }
+figcaption { padding: .6rem .8rem .75rem; font-size: .85rem; border-top: 1px solid var(--line); }
+figcaption b { display: block; overflow-wrap: anywhere; }
+figcaption span { color: var(--soft); display: block; }
+.scroll { overflow-x: auto; border: 1px solid var(--line); border-radius: 10px; background: var(--card); }
+table { border-collapse: collapse; width: 100%; font-size: .875rem; font-variant-numeric: tabular-nums; }
+th, td { padding: .34rem .6rem; text-align: left; white-space: nowrap; }
+th { white-space: normal; vertical-align: bottom; }
+th { position: sticky; top: 0; background: var(--card); color: var(--soft); font-weight: 600; font-size: .8rem;
+     border-bottom: 1px solid var(--line); }
+td.n, th.n { text-align: right; }
+tbody { border-bottom: 1px solid var(--line); }
+tbody:last-child { border-bottom: 0; }
+td.name { font-weight: 600; vertical-align: top; }
+td.soft { color: var(--soft); vertical-align: top; }
+.good { color: var(--good); font-weight: 600; }
+.bad { color: var(--bad); font-weight: 600; }
+</style>
+</head>
+<body>
+)";
+
+std::string Escaped(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      default:
+        escaped += c;
+    }
+  }
+  return escaped;
+}
+
+std::string Fixed(double value, int digits) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f", digits, value);
+  return text;
+}
+
+// 10,287,648
+std::string Grouped(uint64_t value) {
+  std::string text = std::to_string(value);
+  for (size_t at = text.size(); at > 3;) text.insert(at -= 3, ",");
+  return text;
+}
+
+std::string Verdict(bool identical, const std::string& error) {
+  if (!error.empty()) return "<span class=bad>" + Escaped(error) + "</span>";
+  return identical ? "<span class=good>yes</span>" : "<span class=bad>no</span>";
+}
+
+std::string Cell(const std::string& content, const char* kind = "") {
+  return "<td" + (*kind ? " class=" + std::string(kind) : "") + ">" + content + "</td>";
+}
+
+std::string Fact(const std::string& number, const std::string& words) {
+  return "<div class=fact><b>" + number + "</b><span>" + words + "</span></div>\n";
+}
+
+std::string Card(const Sample& sample) {
+  std::string facts =
+      std::to_string(sample.width) + " &times; " + std::to_string(sample.height) + ", " + Escaped(sample.depth);
+  std::string more = Escaped(sample.format);
+  if (sample.pages > 1) more += ", " + std::to_string(sample.pages) + " frames";
+  if (sample.perspective != 1) more += ", stored in perspective " + std::to_string(sample.perspective);
+  if (!sample.pictureNote.empty()) more += ", " + sample.pictureNote;
+  const bool seeThrough = sample.format == "GIF" || sample.depth.find("alpha") != std::string::npos;
+  return std::string("<figure><div") + (seeThrough ? " class=clear" : "") + "><img loading=lazy src=\"" +
+         Escaped(sample.picture) + "\" alt=\"" + Escaped(sample.name) + "\"></div><figcaption><b>" +
+         Escaped(sample.name) + "</b><span>" + facts + "</span><span>" + more + "</span></figcaption></figure>\n";
+}
+
+std::string Rows(const Sample& sample) {
+  std::string html = "<tbody>\n";
+  const std::string span = " rowspan=" + std::to_string(sample.runs.size()) + ">";
+  for (size_t i = 0; i < sample.runs.size(); ++i) {
+    const Run& run = sample.runs[i];
+    html += "<tr>";
+    if (i == 0)
+      html += "<td class=name" + span + Escaped(sample.name) + "</td><td class=soft" + span + Escaped(sample.depth) +
+              "</td><td class=soft" + span + std::to_string(sample.perspective) + "</td>";
+    html += Cell(run.requested) + Cell(Escaped(run.got) + (run.note.empty() ? "" : " (" + Escaped(run.note) + ")"));
+    html += Cell(Grouped(run.bytesHeld), "n") + Cell(Fixed(run.readMilliseconds, 1), "n") +
+            Cell(Fixed(run.writeMilliseconds, 1), "n") + Cell(Verdict(run.identical, run.error)) + "</tr>\n";
+  }
+  return html + "</tbody>\n";
+}
+
+std::string BigSection(const BigReport& big) {
+  const std::string side = std::to_string(big.side);
+  std::string html =
+      "<h2>Larger than memory</h2>\n<p>A generated 24-bit picture of " + side + " &times; " + side + " pixels (" +
+      Grouped(big.fileBytes) + " bytes), converted by <code>vexa convert --memory-limit " + Escaped(big.limit) +
+      "</code>. Every pixel of the result was compared with the generator. The peak is the most memory "
+      "that the process had resident, as the system counted it.</p>\n<div class=scroll><table><thead><tr>"
+      "<th>Storage</th><th class=n>Seconds</th><th class=n>Peak memory, MB</th><th class=n>Of the "
+      "picture</th><th>Identical</th></tr></thead><tbody>\n";
+  for (const BigRun& run : big.runs) {
+    const double peak = static_cast<double>(run.peakBytes);
+    html += "<tr>" + Cell(run.storage) + Cell(Fixed(run.seconds, 1), "n") +
+            Cell(run.peakBytes ? Fixed(peak / 1e6, 1) : "not told", "n") +
+            Cell(run.peakBytes ? Fixed(100 * peak / static_cast<double>(big.fileBytes), 2) + " %" : "", "n") +
+            Cell(Verdict(run.identical, "")) + "</tr>\n";
+  }
+  return html + "</tbody></table></div>\n";
+}
+
+}  // namespace
+
+std::string MakePage(const std::vector<Sample>& samples, const std::optional<BigReport>& big) {
+  size_t runs = 0, identical = 0;
+  std::string cards, rows;
+  for (const Sample& sample : samples) {
+    cards += Card(sample);
+    rows += Rows(sample);
+    for (const Run& run : sample.runs) ++runs, identical += run.identical;
+  }
+  std::string html = kHead;
+  html +=
+      "<h1>vexa gallery</h1>\n<p>Every sample image was read into each kind of storage, written to a memory stream, "
+      "read back, and compared pixel by pixel with the first reading.</p>\n<div class=facts>\n";
+  html += Fact(std::to_string(samples.size()), "images") + Fact(std::to_string(runs), "ways through storage") +
+          Fact(std::to_string(identical), "identical");
+  if (big) html += Fact(Fixed(static_cast<double>(big->fileBytes) / 1e9, 1) + " GB", "under " + Escaped(big->limit));
+  html += "</div>\n<h2>Pictures</h2>\n<div class=cards>\n" + cards + "</div>\n";
+  if (big) html += BigSection(*big);
+  html +=
+      "<h2>Storage</h2>\n<p>What the engine really gave, by the record's flags. Times are those of this run: reading "
+      "the file into the storage, and writing it out and reading it again.</p>\n<div class=scroll><table><thead>"
+      "<tr><th>Image</th><th>Depth</th><th>Perspective</th><th>Asked for</th><th>Got</th><th class=n>Bytes held</th>"
+      "<th class=n>Read, ms</th><th class=n>Write and verify, ms</th><th>Identical</th></tr></thead>\n" +
+      rows + "</table></div>\n</body>\n</html>\n";
+  return html;
+}
+
+}  // namespace vexa::gallery
