@@ -306,8 +306,7 @@ void Slot::Pixel(Input& input) {
   if (!now) return;
   const auto [first, unused] = std::mismatch(bytes_->begin(), bytes_->end(), now->begin());
   const auto [last, unused2] = std::mismatch(bytes_->rbegin(), bytes_->rend(), now->rbegin());
-  if (first != bytes_->end())
-    Check(last.base() - first <= (bits + 14) / 8, "bytes of other pixels changed");
+  if (first != bytes_->end()) Check(last.base() - first <= (bits + 14) / 8, "bytes of other pixels changed");
   bytes_ = now;
   if (!user_.empty() && (Get()->Flags & V_FlagMirror)) Check(user_ == *bytes_, "the caller's own buffer");
 }

@@ -1,6 +1,7 @@
 // Storage in one piece of memory: mapped blocks of the engine, movable blocks, and the caller's own buffers.
 //
 // The record's private word at offset 160 holds the bytes of a mapped block, which are what the account was asked for.
+#include <algorithm>
 #include <cstring>
 
 #include "krn/access.h"
@@ -80,16 +81,33 @@ int32_t ResizeMapped(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {
 
 void FreeGlobal(BITMAPHANDLE& bitmap) noexcept { platform::FreeBlock(bitmap.Addr.Windows.hMemory); }
 
+// A locked block stays locked: its successor is made and locked aside, so that nothing can fail once the old one is gone.
+int32_t ReplaceLockedBlock(BITMAPHANDLE& bitmap, uint64_t newBytes) noexcept {
+  const platform::Calls& system = platform::System();
+  void* old = bitmap.Addr.Windows.hMemory;
+  void* made = system.allocateBlock(newBytes);
+  auto* address = made ? static_cast<uint8_t*>(system.lockBlock(made)) : nullptr;
+  if (!address) {
+    platform::FreeBlock(made);
+    return kNoMemory;
+  }
+  std::memcpy(address, bitmap.Addr.Windows.pData - bitmap.DataOffset, std::min(platform::BlockSize(old), newBytes));
+  UnlockData(bitmap);
+  platform::FreeBlock(old);
+  bitmap.Addr.Windows = {made, address + bitmap.DataOffset};
+  bitmap.Flags |= V_FlagLockedMemory;
+  return kSuccess;
+}
+
 int32_t ResizeGlobal(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {
   uint64_t newBytes = 0;
   void* block = bitmap.Addr.Windows.hMemory;
   if (!block || !SizeOfRows(bitmap, newHeight, &newBytes)) return kNoMemory;
-  const bool wasLocked = HasFlag(bitmap, V_FlagLockedMemory);
-  UnlockData(bitmap);
-  void* moved = platform::System().reallocateBlock(block, newBytes);
-  if (moved) bitmap.Addr.Windows.hMemory = moved;
-  const bool relocked = !wasLocked || LockData(bitmap) == kSuccess;
-  return moved && relocked ? kSuccess : kNoMemory;
+  if (HasFlag(bitmap, V_FlagLockedMemory)) return ReplaceLockedBlock(bitmap, newBytes);
+  void* resized = platform::System().reallocateBlock(block, newBytes);
+  if (!resized) return kNoMemory;
+  bitmap.Addr.Windows.hMemory = resized;
+  return kSuccess;
 }
 
 // --- the caller's memory: the pointer comes later, and is never freed ---

@@ -17,7 +17,10 @@ namespace {
 constexpr uint64_t kLargestOffset = std::numeric_limits<off_t>::max();
 constexpr uint64_t kLargestTransfer = 1u << 30;  // one system call moves a little less than 2 GiB at most
 
-int Descriptor(File file) noexcept { return static_cast<int>(file); }
+// A number that cannot be a descriptor becomes one that is none.
+int Descriptor(File file) noexcept {
+  return file >= 0 && file <= std::numeric_limits<int>::max() ? static_cast<int>(file) : -1;
+}
 
 // The process's file size limit. Growing a file past it would raise a signal, so it is asked first.
 uint64_t FileSizeLimit() noexcept {

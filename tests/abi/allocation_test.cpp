@@ -397,7 +397,7 @@ TEST(FreeCallback, MayTakeTheFreeingOver) {
   AccountBalance balance;
   HostStore host;
   {
-    StoredBitmap stored(kStorageKinds[7], kCurrentLayout, 8, 8, 8);
+    StoredBitmap stored(kHostKind, kCurrentLayout, 8, 8, 8);
     ASSERT_EQ(stored.Status(), 1);
     EXPECT_EQ(stored.Host().allocated, 1);
     V_FreeBitmap(stored);

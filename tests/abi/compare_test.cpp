@@ -83,13 +83,13 @@ TEST(Compare, SeesThroughStorage) {
   const std::vector<uint8_t> pixels = Random(1).Bytes(40 * 9);
   for (const StorageKind& kind : kStorageKinds) {
     SCOPED_TRACE(kind.name);
-    StoredBitmap a(kStorageKinds[0], kCurrentLayout, 40, 9, 8), b(kind, kCurrentLayout, 40, 9, 8);
+    StoredBitmap a(kConventionalKind, kCurrentLayout, 40, 9, 8), b(kind, kCurrentLayout, 40, 9, 8);
     WritePixels(a, pixels);
     WritePixels(b, pixels);
     const Comparison equal = Compare(a, b);
     EXPECT_EQ(equal.text.find("V_GetBitmapRow"), std::string::npos) << equal.text;
     EXPECT_EQ(equal.text.find("Width"), std::string::npos) << equal.text;
-    if (kind.flags == kStorageKinds[0].flags) {
+    if (kind.flags == kConventionalKind.flags) {
       EXPECT_EQ(equal.status, 1) << equal.text;
     }
     if (kind.IsTiled()) {
@@ -102,13 +102,43 @@ TEST(Compare, SeesThroughStorage) {
   }
 }
 
-TEST(Compare, PalettesAreComparedEntryByEntry) {
+// Bits behind the last pixel of a row are nobody's.
+TEST(Compare, RowsEndWithTheirLastPixel) {
+  for (const int32_t bits : kDepths) {
+    constexpr int32_t kWidth = 5;
+    SCOPED_TRACE(bits);
+    Bitmap a, b;
+    ASSERT_EQ(a.Create(V_MemoryConventional, kWidth, 3, bits), 1);
+    ASSERT_EQ(b.Create(V_MemoryConventional, kWidth, 3, bits), 1);
+    std::vector<uint8_t> pixels(a->BytesPerLine * size_t{3});
+    WritePixels(a, pixels);
+    uint8_t* last = pixels.data() + 2 * a->BytesPerLine;
+    memset(last, 0xFF, a->BytesPerLine);
+    for (int32_t column = 0; column < kWidth; ++column) PutPixelAt(last, column, bits, 0);
+    WritePixels(b, pixels);
+    EXPECT_EQ(Compare(a, b).text, "");
+    PutPixelAt(last, kWidth - 1, bits, 1);
+    WritePixels(b, pixels);
+    EXPECT_EQ(Compare(a, b).text.find("\n V_GetBitmapRow"), 0u);
+  }
+}
+
+TEST(Compare, TablesAreComparedEntryByEntry) {
   Bitmap a, b;
   ASSERT_EQ(a.Create(1, 4, 4, 4), 1);
   ASSERT_EQ(b.Create(1, 4, 4, 4), 1);
   EXPECT_EQ(Compare(a, b).text, "");
   b->pPalette[15].rgbBlue ^= 1;
   EXPECT_EQ(Compare(a, b).text.find("\n pPalette\t"), 0u) << Compare(a, b).text;
+  for (Bitmap* bitmap : {&a, &b}) {
+    (*bitmap)->pLUT = V_CreateGrayPalette(4);
+    (*bitmap)->LUTLength = 16;
+  }
+  b->pLUT[7].rgbRed ^= 1;
+  ASSERT_EQ(V_CopyBitmapPalette(b, a), 1);
+  EXPECT_EQ(Compare(a, b).text.find("\n pLUT\t"), 0u) << Compare(a, b).text;
+  b->pLUT[7].rgbRed ^= 1;
+  EXPECT_EQ(Compare(a, b).status, 1);
   ASSERT_EQ(V_SetBitmapNewPalette(b, b->pPalette, 15), 1);
   EXPECT_EQ(Compare(a, b).text, "\n nColors\t16\t15") << "tables of different lengths are not compared";
 }

@@ -283,7 +283,7 @@ TEST_P(RecordLayouts, DataPointerOfAnotherRecordNeedsTheDataSize) {
 
 TEST(Access, NestsAndWorksOnlyAtTheOutermostLevel) {
   Bitmap bitmap;
-  StoredBitmap movable(kStorageKinds[8], kCurrentLayout, 16, 4, 8);
+  StoredBitmap movable(kMovableKind, kCurrentLayout, 16, 4, 8);
   ASSERT_EQ(movable.Status(), 1);
   uint8_t row[16] = {};
   const auto locked = [&] { return (movable->Flags & V_FlagLockedMemory) != 0; };
@@ -307,7 +307,7 @@ TEST(Access, NestsAndWorksOnlyAtTheOutermostLevel) {
 }
 
 TEST(Access, RowsOfAMovableBlockStartAtItsDataOffset) {
-  StoredBitmap movable(kStorageKinds[8], kCurrentLayout, 16, 4, 8);
+  StoredBitmap movable(kMovableKind, kCurrentLayout, 16, 4, 8);
   std::vector<uint8_t> pixels(64, 0x77);
   WritePixels(movable, pixels);
   void* handle = movable->Addr.Windows.hMemory;
@@ -353,7 +353,7 @@ TEST(Access, IntFormsReleaseOnlyWhatTheyLocked) {
 TEST(Access, CallbacksSeeTheOutermostLevelAndMayHandleIt) {
   HostStore host;
   BITMAPHANDLEDATACALLBACKS table = host.Table();
-  StoredBitmap movable(kStorageKinds[8], kCurrentLayout, 16, 4, 8);
+  StoredBitmap movable(kMovableKind, kCurrentLayout, 16, 4, 8);
   ASSERT_EQ(V_SetBitmapDataCallbacks(movable, &table), 1);
   EXPECT_EQ(V_AccessBitmap(movable), 1);
   EXPECT_EQ(V_AccessBitmap(movable), 1);

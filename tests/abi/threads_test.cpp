@@ -116,22 +116,22 @@ TEST(Threads, StreamsOfThreadsDoNotMix) {
 
 TEST(Threads, TemporaryNamesNeverRepeat) {
   vexatest::TempDirectory directory;
-  constexpr int kNames = 150;
+  constexpr int kNames = 900, kCreatedOneIn = 9;
   std::vector<std::vector<std::string>> names(kThreads);
   Together(kThreads, [&](int t) {
     char name[600];
     // A tag cut off by a short buffer no longer tells threads apart: then the list of names in use must.
     const auto least = static_cast<uint32_t>(directory.Utf8().size() + 1 + 1 + 13);
     for (int i = 0; i < kNames; ++i) {
-      const uint32_t capacity = i % 3 == 0 ? least : sizeof(name);
-      ASSERT_EQ(V_GetTempFileNameUTF8(name, capacity, static_cast<uint32_t>(i % 3 + 1), nullptr, "p", "x", 0), 1);
+      const uint32_t mode = i % kCreatedOneIn == 0 ? V_TempFileDisk : V_TempFileMemory;
+      ASSERT_EQ(V_GetTempFileNameUTF8(name, i % 2 ? least : sizeof(name), mode, nullptr, "p", "x", 0), 1);
       names[static_cast<size_t>(t)].push_back(name);
     }
   });
   std::set<std::string> all;
   for (const auto& some : names) all.insert(some.begin(), some.end());
   EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kNames));
-  EXPECT_EQ(directory.Names().size(), static_cast<size_t>(kThreads * kNames / 3));
+  EXPECT_EQ(directory.Names().size(), static_cast<size_t>(kThreads * kNames / kCreatedOneIn));
   Together(kThreads, [&](int t) {
     for (const std::string& name : names[static_cast<size_t>(t)]) EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);
   });

@@ -2,6 +2,7 @@
 #include "fault_walk.h"
 
 #include <cstring>
+#include <optional>
 
 #include "support/bitmap.h"
 #include "support/random.h"
@@ -258,34 +259,43 @@ TEST_F(FaultWalk, PutSegments) {
 }
 
 TEST_F(FaultWalk, ChangeHeight) {
-  for (const int32_t height : {4, 10, 12, 30})
-    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      if ((kind.flags & V_FlagMirror) != 0) return;
-      const uint64_t failures = Walk("height " + std::to_string(height) + " " + Name(kind, layout), [=, &kind] {
-        auto state = std::make_shared<Filled>(kind, layout);
-        Trial trial{state, [=] { return V_ChangeBitmapHeight(state->stored, height); }};
-        trial.unchanged = [=] { state->ExpectUnchanged(); };
-        trial.done = [=] {
-          state->pixels.resize(kWidth * static_cast<size_t>(height));
-          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-          // Rows that were cut off, or that a failed growth left behind, never come back.
-          state->pixels.resize(kWidth * size_t{40});
-          ASSERT_EQ(V_ChangeBitmapHeight(state->stored, 40), 1);
-          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-        };
-        return trial;
+  struct State : Filled {
+    State(const StorageKind& kind, uint32_t layout, bool accessed) : Filled(kind, layout) {
+      if (accessed) access.emplace(stored);
+      record = stored.Record().Snapshot();
+    }
+    std::optional<Access> access;
+  };
+  for (const bool accessed : {false, true})
+    for (const int32_t height : {4, 10, 12, 30})
+      ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
+        if ((kind.flags & V_FlagMirror) != 0) return;
+        const std::string name = (accessed ? "accessed " : "") + Name(kind, layout) + " to " + std::to_string(height);
+        const uint64_t failures = Walk(name, [=, &kind] {
+          auto state = std::make_shared<State>(kind, layout, accessed);
+          Trial trial{state, [=] { return V_ChangeBitmapHeight(state->stored, height); }};
+          trial.unchanged = [=] { state->ExpectUnchanged(); };
+          trial.done = [=] {
+            state->pixels.resize(kWidth * static_cast<size_t>(height));
+            EXPECT_EQ(ReadPixels(state->stored), state->pixels);
+            // Rows that were cut off, or that a failed growth left behind, never come back.
+            state->pixels.resize(kWidth * size_t{40});
+            ASSERT_EQ(V_ChangeBitmapHeight(state->stored, 40), 1);
+            EXPECT_EQ(ReadPixels(state->stored), state->pixels);
+          };
+          return trial;
+        });
+        if (height > kHeight) {
+          EXPECT_GE(failures, 1u) << name;
+        }
       });
-      if (height > kHeight) {
-        EXPECT_GE(failures, 1u) << Name(kind, layout);
-      }
-    });
 }
 
 // --- what hangs from a bitmap ---------------------------------------------------------------------------------------
 
 TEST_F(FaultWalk, PaletteAndCallbacks) {
   struct State : Filled {
-    State() : Filled(kStorageKinds[0], kCurrentLayout), other(kStorageKinds[1], kCurrentLayout) {}
+    State() : Filled(kConventionalKind, kCurrentLayout), other(kUserKind, kCurrentLayout) {}
     Filled other;
     HostStore host;
   };
@@ -335,7 +345,7 @@ TEST_F(FaultWalk, SetOverlay) {
   for (const bool replaces : {false, true})
     ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
       struct State {
-        State(const StorageKind& source, uint32_t size) : target(kStorageKinds[0], size), overlay(source, size) {}
+        State(const StorageKind& source, uint32_t size) : target(kConventionalKind, size), overlay(source, size) {}
         Filled target, overlay;
         Bitmap old;
       };
@@ -384,7 +394,7 @@ TEST_F(FaultWalk, Duplicate) {
   EXPECT_GE(Walk("duplicate",
                  [] {
                    struct State : Filled {
-                     State() : Filled(kStorageKinds[0], kCurrentLayout) {
+                     State() : Filled(kConventionalKind, kCurrentLayout) {
                        stored->LUTLength = 256;
                        stored->pLUT = static_cast<RGBQUAD*>(V_ReallocBuffer(nullptr, 256 * sizeof(RGBQUAD)));
                        memset(stored->pLUT, 7, 256 * sizeof(RGBQUAD));
@@ -462,7 +472,7 @@ TEST_F(FaultWalk, PixelsAndComparison) {
   ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
     Walk("compare " + Name(kind, layout), [=, &kind] {
       struct State {
-        State(const StorageKind& k, uint32_t size) : a(k, size), b(kStorageKinds[1], size) {}
+        State(const StorageKind& k, uint32_t size) : a(k, size), b(kUserKind, size) {}
         Filled a, b;
       };
       auto state = std::make_shared<State>(kind, layout);

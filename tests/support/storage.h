@@ -108,16 +108,24 @@ struct StorageKind {
 inline void PrintTo(const StorageKind& kind, std::ostream* out) { *out << kind.name; }
 
 inline constexpr uint32_t kInMemory = V_FlagAllocated | V_FlagConventionalMemory;
+inline constexpr StorageKind kConventionalKind = {"Conventional", StorageKind::kRequest, V_MemoryConventional,
+                                                  kInMemory};
+inline constexpr StorageKind kUserKind = {"User", StorageKind::kUser, V_MemoryUser, kInMemory | V_FlagMirror};
+inline constexpr StorageKind kHostKind = {"Host", StorageKind::kHost, V_MemoryConventional,
+                                          V_FlagAllocated | V_FlagMirror};
+inline constexpr StorageKind kMovableKind = {"Movable", StorageKind::kMovable, V_MemoryConventional,
+                                             kInMemory | V_FlagGlobal};
 inline constexpr StorageKind kStorageKinds[] = {
-    {"Conventional", StorageKind::kRequest, V_MemoryConventional, kInMemory},
-    {"User", StorageKind::kUser, V_MemoryUser, kInMemory | V_FlagMirror},
+    kConventionalKind,
+    kUserKind,
     {"TilesOfOneRow", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 0},
     {"TilesOfThreeRows", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 3},
     {"TilesMostlyInFile", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 3, 1},
+    {"TilesThatOutgrowMemory", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 2, 6},
     {"TilesUnderAccountLimit", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 2, 0, 2},
     {"Disk", StorageKind::kRequest, V_MemoryDisk, V_FlagAllocated | V_FlagDiskMemory},
-    {"Host", StorageKind::kHost, V_MemoryConventional, V_FlagAllocated | V_FlagMirror},
-    {"Movable", StorageKind::kMovable, V_MemoryConventional, kInMemory | V_FlagGlobal},
+    kHostKind,
+    kMovableKind,
 };
 
 // A bitmap in one kind of storage, all bytes zero, with the settings that keep it there. Tiled kinds need more rows

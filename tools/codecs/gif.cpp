@@ -262,6 +262,8 @@ class GifWriter : public Writer {
     if (!started_) Start(rows, record, *map);
     const bool ownPalette = !SamePalette(*map, *gif_->SColorMap);
     PutControl(record);
+    GifFreeMapObject(gif_->Image.ColorMap);  // the library forgets the last frame's when this one has none
+    gif_->Image.ColorMap = nullptr;
     Require(EGifPutImageDesc(gif_, record.Left, record.Top, rows.Width(), rows.Height(), false,
                              ownPalette ? map.get() : nullptr));
     std::vector<GifByteType> indices(static_cast<size_t>(rows.Width()));

@@ -18,10 +18,10 @@ namespace {
 
 constexpr double kInchesPerMeter = 39.37007874015748;
 
-class PngSession {
+class PngBase {
  public:
-  explicit PngSession(File& file) : file_(file) {}
-  PngSession(const PngSession&) = delete;
+  explicit PngBase(File& file) : file_(file) {}
+  PngBase(const PngBase&) = delete;
 
  protected:
   // Runs `call`, which calls the library on plain data, and makes its error an Error.
@@ -35,18 +35,18 @@ class PngSession {
   }
 
   static void OnError(png_structp png, png_const_charp message) {
-    PngSession* self = static_cast<PngSession*>(png_get_error_ptr(png));
+    PngBase* self = static_cast<PngBase*>(png_get_error_ptr(png));
     self->Note(message);
     std::longjmp(self->jump_, 1);
   }
   static void OnWarning(png_structp, png_const_charp) {}
 
   static void OnRead(png_structp png, png_bytep data, size_t bytes) {
-    PngSession* self = static_cast<PngSession*>(png_get_io_ptr(png));
+    PngBase* self = static_cast<PngBase*>(png_get_io_ptr(png));
     if (!self->Guard([&] { self->file_.ReadExactly(data, bytes); })) png_error(png, "");
   }
   static void OnWrite(png_structp png, png_bytep data, size_t bytes) {
-    PngSession* self = static_cast<PngSession*>(png_get_io_ptr(png));
+    PngBase* self = static_cast<PngBase*>(png_get_io_ptr(png));
     if (!self->Guard([&] { self->file_.Write(data, bytes); })) png_error(png, "");
   }
   static void OnFlush(png_structp) {}
@@ -73,10 +73,10 @@ class PngSession {
 
 // --- reading ----------------------------------------------------------------------------------------------------
 
-class PngReader : public Reader, private PngSession {
+class PngReader : public Reader, private PngBase {
  public:
-  explicit PngReader(File& file) : PngSession(file) {
-    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, static_cast<PngSession*>(this), OnError, OnWarning);
+  explicit PngReader(File& file) : PngBase(file) {
+    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, static_cast<PngBase*>(this), OnError, OnWarning);
     info_ = png_ ? png_create_info_struct(png_) : nullptr;
     if (!info_) {
       png_destroy_read_struct(&png_, nullptr, nullptr);
@@ -85,7 +85,7 @@ class PngReader : public Reader, private PngSession {
     try {
       Try([this] {
         png_set_user_limits(png_, 0x7FFFFFFF, 0x7FFFFFFF);
-        png_set_read_fn(png_, static_cast<PngSession*>(this), OnRead);
+        png_set_read_fn(png_, static_cast<PngBase*>(this), OnRead);
         png_set_check_for_invalid_index(png_, 0);
         png_read_info(png_, info_);
         png_get_IHDR(png_, info_, &width_, &height_, &fileBits_, &colorType_, &interlace_, nullptr, nullptr);
@@ -209,10 +209,10 @@ bool CanHold(const Bitmap& bitmap) {
          !(bitmap.Bits() == 16 && bitmap.Order() != V_OrderGray);
 }
 
-class PngWriter : public Writer, private PngSession {
+class PngWriter : public Writer, private PngBase {
  public:
-  explicit PngWriter(File& file) : PngSession(file) {
-    png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, static_cast<PngSession*>(this), OnError, OnWarning);
+  explicit PngWriter(File& file) : PngBase(file) {
+    png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, static_cast<PngBase*>(this), OnError, OnWarning);
     info_ = png_ ? png_create_info_struct(png_) : nullptr;
     if (!info_) {
       png_destroy_write_struct(&png_, nullptr);
@@ -237,7 +237,7 @@ class PngWriter : public Writer, private PngSession {
     Try([&] {
       png_set_user_limits(png_, 0x7FFFFFFF, 0x7FFFFFFF);
       png_set_check_for_invalid_index(png_, 0);
-      png_set_write_fn(png_, static_cast<PngSession*>(this), OnWrite, OnFlush);
+      png_set_write_fn(png_, static_cast<PngBase*>(this), OnWrite, OnFlush);
       png_set_IHDR(png_, info_, static_cast<png_uint_32>(rows.Width()), static_cast<png_uint_32>(rows.Height()),
                    fileBits, colorType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
       if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png_, info_, colors, static_cast<int>(palette.size()));

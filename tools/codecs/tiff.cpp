@@ -23,9 +23,9 @@ constexpr uint64_t kClassicLimit = 0xF0000000;  // beyond this a file needs 64-b
 constexpr uint64_t kLargestBlock = uint64_t{1} << 28;
 
 // The library on a File. Callbacks never throw: they note the reason, which Fail throws.
-class TiffSession {
+class TiffLink {
  public:
-  TiffSession(File& file, const char* mode) : file_(file), writes_(mode[0] == 'w') {
+  TiffLink(File& file, const char* mode) : file_(file), writes_(mode[0] == 'w') {
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     TIFFOpenOptionsSetErrorHandlerExtR(options, OnError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(options, OnWarning, this);
@@ -33,11 +33,11 @@ class TiffSession {
     TIFFOpenOptionsFree(options);
     if (!tiff_) Fail();
   }
-  ~TiffSession() {
+  ~TiffLink() {
     if (tiff_) TIFFCleanup(tiff_);
   }
-  TiffSession(const TiffSession&) = delete;
-  TiffSession& operator=(const TiffSession&) = delete;
+  TiffLink(const TiffLink&) = delete;
+  TiffLink& operator=(const TiffLink&) = delete;
 
   TIFF* Get() const { return tiff_; }
   [[noreturn]] void Fail() const {
@@ -54,7 +54,7 @@ class TiffSession {
   }
 
  private:
-  static TiffSession& Of(thandle_t handle) { return *static_cast<TiffSession*>(handle); }
+  static TiffLink& Of(thandle_t handle) { return *static_cast<TiffLink*>(handle); }
 
   template <typename Call>
   auto Guard(Call&& call) -> decltype(call()) {
@@ -70,30 +70,30 @@ class TiffSession {
   static int OnError(TIFF*, void* self, const char*, const char* format, va_list arguments) {
     char text[200];
     std::vsnprintf(text, sizeof text, format, arguments);
-    std::string& reason = static_cast<TiffSession*>(self)->reason_;
+    std::string& reason = static_cast<TiffLink*>(self)->reason_;
     if (reason.empty()) reason = std::string_view(text).starts_with("image: ") ? text + 7 : text;
     return 1;
   }
   static int OnWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
 
   static tmsize_t OnRead(thandle_t handle, void* buffer, tmsize_t bytes) {
-    TiffSession& self = Of(handle);
+    TiffLink& self = Of(handle);
     return static_cast<tmsize_t>(self.Guard([&] { return self.file_.Read(buffer, static_cast<uint64_t>(bytes)); }));
   }
   static tmsize_t OnWrite(thandle_t handle, void* data, tmsize_t bytes) {
-    TiffSession& self = Of(handle);
+    TiffLink& self = Of(handle);
     return self.Guard([&] {
       self.file_.Write(data, static_cast<uint64_t>(bytes));
       return bytes;
     });
   }
   static toff_t OnSeek(thandle_t handle, toff_t offset, int origin) {
-    TiffSession& self = Of(handle);
+    TiffLink& self = Of(handle);
     return self.Guard([&] { return toff_t{self.file_.Seek(static_cast<int64_t>(offset), origin)}; });
   }
   static int OnClose(thandle_t) { return 0; }
   static toff_t OnSize(thandle_t handle) {
-    TiffSession& self = Of(handle);
+    TiffLink& self = Of(handle);
     return self.Guard([&] { return toff_t{self.file_.Size()}; });
   }
   static int OnMap(thandle_t, void**, toff_t*) { return 0; }
@@ -110,9 +110,9 @@ class TiffSession {
 
 class TiffReader : public Reader {
  public:
-  explicit TiffReader(File& file) : fileBytes_(file.Size()), session_(file, "rm") {
-    pages_ = static_cast<int32_t>(std::min<uint32_t>(TIFFNumberOfDirectories(session_.Get()), 0x7FFFFFFF));
-    session_.Require(pages_ > 0);
+  explicit TiffReader(File& file) : fileBytes_(file.Size()), link_(file, "rm") {
+    pages_ = static_cast<int32_t>(std::min<uint32_t>(TIFFNumberOfDirectories(link_.Get()), 0x7FFFFFFF));
+    link_.Require(pages_ > 0);
   }
 
   int32_t Pages() override { return pages_; }
@@ -148,7 +148,7 @@ class TiffReader : public Reader {
   }
 
  private:
-  TIFF* tiff() const { return session_.Get(); }
+  TIFF* tiff() const { return link_.Get(); }
 
   uint32_t Tag(uint32_t tag, uint32_t absent) const {
     uint16_t value = 0;
@@ -157,8 +157,8 @@ class TiffReader : public Reader {
 
   void Select(int32_t page) {
     if (selected_ == page) return;
-    session_.Forget();
-    session_.Require(TIFFSetDirectory(tiff(), static_cast<tdir_t>(page)) != 0);
+    link_.Forget();
+    link_.Require(TIFFSetDirectory(tiff(), static_cast<tdir_t>(page)) != 0);
     selected_ = page;
     layout_ = {};
     TIFFGetField(tiff(), TIFFTAG_IMAGEWIDTH, &layout_.width);
@@ -241,14 +241,14 @@ class TiffReader : public Reader {
   void ReadRows(Bitmap& bitmap, Progress& progress) {
     const int planes = layout_.separate ? layout_.samples : 1;
     std::vector<uint8_t> scan(static_cast<size_t>(TIFFScanlineSize64(tiff())) + 8);
-    if (scan.size() < layout_.ScanBytes(layout_.width)) session_.Fail();
+    if (scan.size() < layout_.ScanBytes(layout_.width)) link_.Fail();
     std::vector<uint8_t> row(bitmap.RowBytes());
     progress.BeginPart(bitmap.Height(), int64_t{bitmap.Height()} * planes);
     // Planes lie one after the other in the file: each is put into the rows that the earlier ones began.
     for (int plane = 0; plane < planes; ++plane) {
       for (int32_t y = 0; y < bitmap.Height(); ++y) {
-        session_.Require(
-            TIFFReadScanline(tiff(), scan.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(plane)) == 1);
+        link_.Require(TIFFReadScanline(tiff(), scan.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(plane)) ==
+                      1);
         if (plane > 0) bitmap.GetRow(y, row.data());
         layout_.Unpack(scan.data(), row.data(), bitmap.Width(), plane);
         bitmap.PutRow(y, row.data());
@@ -274,8 +274,8 @@ class TiffReader : public Reader {
     for (int plane = 0; plane < planes; ++plane) {
       for (uint64_t top = 0; top < layout_.height; top += tileHeight) {
         for (uint64_t left = 0; left < layout_.width; left += tileWidth) {
-          session_.Require(TIFFReadTile(tiff(), tile.data(), static_cast<uint32_t>(left), static_cast<uint32_t>(top), 0,
-                                        static_cast<uint16_t>(plane)) != -1);
+          link_.Require(TIFFReadTile(tiff(), tile.data(), static_cast<uint32_t>(left), static_cast<uint32_t>(top), 0,
+                                     static_cast<uint16_t>(plane)) != -1);
           const int32_t rows = static_cast<int32_t>(std::min<uint64_t>(tileHeight, layout_.height - top));
           const int32_t columns = static_cast<int32_t>(std::min<uint64_t>(tileWidth, layout_.width - left));
           const size_t partBytes = PackedBytes(columns, layout_.bits);
@@ -317,8 +317,8 @@ class TiffReader : public Reader {
       for (uint64_t left = 0; left < layout_.width; left += blockWidth) {
         const uint32_t columns = static_cast<uint32_t>(std::min<uint64_t>(blockWidth, layout_.width - left));
         const uint32_t x = static_cast<uint32_t>(left), y = static_cast<uint32_t>(top);
-        session_.Require((tiled ? TIFFReadRGBATileExt(tiff(), x, y, block.data(), 1)
-                                : TIFFReadRGBAStripExt(tiff(), y, block.data(), 1)) != 0);
+        link_.Require((tiled ? TIFFReadRGBATileExt(tiff(), x, y, block.data(), 1)
+                             : TIFFReadRGBAStripExt(tiff(), y, block.data(), 1)) != 0);
         const uint32_t lowest = tiled ? blockHeight : rows;
         for (uint32_t row = 0; row < rows; ++row) {
           const uint32_t* pixel = block.data() + uint64_t{lowest - 1 - row} * blockWidth;
@@ -332,7 +332,7 @@ class TiffReader : public Reader {
   }
 
   uint64_t fileBytes_;
-  TiffSession session_;
+  TiffLink link_;
   int32_t pages_ = 0;
   int32_t selected_ = -1;
   TiffLayout layout_;
@@ -346,10 +346,10 @@ bool CanHold(const Bitmap& bitmap) { return bitmap.Bits() != 16 || bitmap.Order(
 class TiffWriter : public Writer {
  public:
   TiffWriter(File& file, const Document& document)
-      : pages_(document.pages), session_(file, document.pixelBytes > kClassicLimit ? "w8" : "w") {}
+      : pages_(document.pages), link_(file, document.pixelBytes > kClassicLimit ? "w8" : "w") {}
 
   void Write(Bitmap& bitmap, Progress& progress) override {
-    TIFF* const tiff = session_.Get();
+    TIFF* const tiff = link_.Get();
     const TiffLayout layout = SetTags(bitmap);
     std::vector<uint8_t> row(bitmap.RowBytes());
     std::vector<uint8_t> scan(layout.ScanBytes(static_cast<uint32_t>(bitmap.Width())) + 8);
@@ -357,19 +357,19 @@ class TiffWriter : public Writer {
     for (int32_t y = 0; y < bitmap.Height(); ++y) {
       bitmap.GetRow(y, row.data());
       layout.Pack(row.data(), scan.data(), bitmap.Width());
-      session_.Require(TIFFWriteScanline(tiff, scan.data(), static_cast<uint32_t>(y), 0) == 1);
+      link_.Require(TIFFWriteScanline(tiff, scan.data(), static_cast<uint32_t>(y), 0) == 1);
       progress.Step();
     }
-    session_.Require(TIFFWriteDirectory(tiff) != 0);
+    link_.Require(TIFFWriteDirectory(tiff) != 0);
     ++page_;
   }
 
-  void Finish() override { session_.Require(TIFFFlush(session_.Get()) != 0); }
+  void Finish() override { link_.Require(TIFFFlush(link_.Get()) != 0); }
 
  private:
   template <typename... Values>
   void Set(uint32_t tag, Values... values) {
-    session_.Require(TIFFSetField(session_.Get(), tag, values...) != 0);
+    link_.Require(TIFFSetField(link_.Get(), tag, values...) != 0);
   }
 
   TiffLayout SetTags(const Bitmap& bitmap) {
@@ -396,7 +396,7 @@ class TiffWriter : public Writer {
       Set(TIFFTAG_SUBFILETYPE, FILETYPE_PAGE);
       if (pages_ <= 0xFFFF) Set(TIFFTAG_PAGENUMBER, page_, pages_);
     }
-    Set(TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(session_.Get(), bitmap.Bits() == 1 ? 0xFFFFFFFF : 0));
+    Set(TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(link_.Get(), bitmap.Bits() == 1 ? 0xFFFFFFFF : 0));
     return layout;
   }
 
@@ -423,7 +423,7 @@ class TiffWriter : public Writer {
 
   int32_t pages_;
   int32_t page_ = 0;
-  TiffSession session_;
+  TiffLink link_;
 };
 
 }  // namespace

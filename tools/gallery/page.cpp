@@ -19,7 +19,7 @@ constexpr const char* kHead = R"(<!doctype html>
           --bad: #ff8a80; --accent: #86b2ff; }
 }
 * { box-sizing: border-box; }
-body { margin: 0 auto; max-width: 1240px; padding: 2.5rem 1.5rem 4rem; background: var(--page); color: var(--ink);
+body { margin: 0 auto; max-width: 1300px; padding: 2.5rem 1.5rem 4rem; background: var(--page); color: var(--ink);
        font: 15px/1.5 system-ui, -apple-system, "Segoe UI", Roboto, "Noto Sans", sans-serif; }
 h1 { font-size: 1.9rem; margin: 0 0 .3rem; letter-spacing: -.01em; }
 h2 { font-size: 1.25rem; margin: 2.8rem 0 .8rem; }
@@ -38,8 +38,9 @@ figcaption b { display: block; overflow-wrap: anywhere; }
 figcaption span { color: var(--soft); display: block; }
 .scroll { overflow-x: auto; border: 1px solid var(--line); border-radius: 10px; background: var(--card); }
 table { border-collapse: collapse; width: 100%; font-size: .875rem; font-variant-numeric: tabular-nums; }
-th, td { padding: .34rem .6rem; text-align: left; white-space: nowrap; }
+th, td { padding: .34rem .5rem; text-align: left; white-space: nowrap; }
 th { white-space: normal; vertical-align: bottom; }
+th.n { min-width: 5.2rem; }
 th { position: sticky; top: 0; background: var(--card); color: var(--soft); font-weight: 600; font-size: .8rem;
      border-bottom: 1px solid var(--line); }
 td.n, th.n { text-align: right; }
