@@ -92,7 +92,8 @@ enum VexaStreamFlags {
  * block (null for none) holds `length` bytes of data; its size is the larger of `length` and `capacity`. It may be
  * moved while the stream grows. `*stateOut` is the stream; when `fileOut` is given it receives an open handle.
  * A write of 0 bytes cuts the data at the position. Bytes between the old end and a later write are zero.
- * Streams nest; their handles are valid between their own start and stop.
+ * Streams nest: the innermost one is opened, but by the pseudo name of an outer one, and handles are valid between their
+ * stream's own start and stop.
  * Returns 1; -13 null `stateOut`, or data without a block or beyond it; -1 no memory, or the open failed (nothing is
  * started then). */
 V_API int32_t V_CALL V_StartRedirectToBuffer(void** stateOut, intptr_t* fileOut, uint32_t flags, void* buffer,

@@ -71,9 +71,9 @@ V_API int32_t V_CALL V_GetTempFileName2UTF8(char* buffer, uint32_t capacity, con
  * reserved fails when the file exists by then, links included. A file handle, or -1. */
 V_API intptr_t V_CALL V_RedirectedTempFileOpenA(const char* path, uint32_t mode) V_NOEXCEPT;
 
-/* Copies a file through the thread's file functions; an existing `to` is replaced. Returns 1; -814 null; -7 `from`
- * cannot be opened or read; -1902 or -1903 `to` cannot be created; -1 it cannot be written (what was written is
- * deleted). */
+/* Copies a file through the thread's file functions; an existing `to` is replaced. Returns 1; -814 null; -13 the same
+ * path twice; -7 `from` cannot be opened or read; -1902 or -1903 `to` cannot be created; -1 it cannot be written. What
+ * was written of a failed copy is deleted, unless the host's functions hold it. */
 V_API int32_t V_CALL V_RedirectedTempFileCopy(const char* from, const char* to) V_NOEXCEPT;
 
 /* Deletes a temporary file and takes its name off the in-use list; a file that is already gone is no error, and a

@@ -111,12 +111,17 @@ int64_t Fail(int32_t error) noexcept {
 
 // --- the five functions ---
 
-// Any name opens the stream while it is started, but not another stream's pseudo name.
+// The stream that a name means: the one whose pseudo name it is, else, whatever the name, the innermost one.
+Stream* StreamOfName(Stream* innermost, const char* path) noexcept {
+  for (Stream* stream = innermost; stream; stream = StreamIn(stream->saved))
+    if (std::strcmp(path, stream->name) == 0) return stream;
+  return innermost;
+}
+
 intptr_t V_CALL StreamOpen(const char* path, uint32_t, void* userData) noexcept {
-  Stream* stream = FindStream(reinterpret_cast<intptr_t>(userData), userData);
-  if (!stream || !path) return -1;
-  for (; V_IsRedirectName(path) && std::strcmp(path, stream->name) != 0; stream = StreamIn(stream->saved))
-    if (!StreamIn(stream->saved)) return -1;
+  Stream* innermost = FindStream(reinterpret_cast<intptr_t>(userData), userData);
+  if (!innermost || !path) return -1;
+  Stream* stream = StreamOfName(innermost, path);
   stream->position = 0;
   return reinterpret_cast<intptr_t>(stream);
 }

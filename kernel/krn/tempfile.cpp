@@ -5,6 +5,7 @@
 
 #include "common/buffer.h"
 #include "common/status.h"
+#include "krn/redirect.h"
 #include "krn/tempname.h"
 #include "vexakrn/files.h"
 
@@ -75,7 +76,8 @@ int32_t V_CALL V_RedirectedTempFileCopy(const char* from, const char* to) noexce
   if (!target) return CreationFailure();
   int32_t status = CopyContents(source.Get(), target.Get());
   if (!target.Close() && status == kSuccess) status = kNoMemory;
-  if (status != kSuccess) V_RedirectedTempFileDelete(to);
+  // There is no function of the host's to delete with; the system's would look for a file of that name elsewhere.
+  if (status != kSuccess && !RedirectTable().open) V_RedirectedTempFileDelete(to);
   return status;
 }
 

@@ -435,6 +435,25 @@ TEST_F(MemStream, AHostsTableComesBackAfterAStream) {
 
 // --- pseudo names and blocks --------------------------------------------------------------------------------------
 
+TEST_F(MemStream, AnyNameOpensTheStreamPseudoNamesIncluded) {
+  char text[] = "in memory";
+  void* block = V_ReallocBuffer(nullptr, sizeof(text));
+  std::memcpy(block, text, sizeof(text));
+  void* state = nullptr;
+  ASSERT_EQ(V_StartRedirectToBuffer(&state, nullptr, V_StreamHeap, block, sizeof(text), 0), 1);
+  char pseudo[64];
+  ASSERT_EQ(V_MakeRedirectName(pseudo, sizeof(pseudo)), 1);
+  for (const char* name : {"no such file", static_cast<const char*>(pseudo)}) {
+    const intptr_t file = V_RedirectedOpen(name, V_OpenRead);
+    char read[sizeof(text)] = {};
+    EXPECT_EQ(V_RedirectedRead(file, read, sizeof(read)), static_cast<int64_t>(sizeof(read))) << name;
+    EXPECT_STREQ(read, text) << name;
+    EXPECT_EQ(V_RedirectedClose(file), 0);
+  }
+  EXPECT_EQ(V_StopRedirectToBuffer(state, &block, nullptr, nullptr), 1);
+  V_FreeBuffer(block);
+}
+
 TEST(RedirectName, HasItsFormAndIsRecognised) {
   char name[64];
   std::memset(name, 'x', sizeof(name));

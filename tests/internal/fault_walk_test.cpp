@@ -166,6 +166,9 @@ TEST_F(FaultWalk, Access) {
 // --- rows -------------------------------------------------------------------------------------------------------
 
 const std::vector<int64_t> kRowFailures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead, -4242};
+// A read that fails says so; a write that fails has not stored the bytes.
+const std::vector<int64_t> kGetFailures = {V_StatusFileSeek, V_StatusFileRead, -4242};
+const std::vector<int64_t> kPutFailures = {V_StatusFileSeek, V_StatusNoMemory, -4242};
 
 TEST_F(FaultWalk, GetRows) {
   ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
@@ -183,7 +186,8 @@ TEST_F(FaultWalk, GetRows) {
                     status = V_ReleaseBitmap(state->stored);
                     return status == 1 ? moved : int64_t{status};
                   }};
-      trial.failures = kRowFailures;
+      trial.failures = kGetFailures;
+      if (kind.setup == StorageKind::kMovable) trial.failures = {V_StatusNoMemory};  // its lock
       trial.success = static_cast<int64_t>(state->pixels.size());
       trial.unchanged = [=] { state->ExpectUnchanged(); };
       trial.done = [=] {
@@ -216,7 +220,7 @@ TEST_F(FaultWalk, PutRow) {
                         std::copy(line.begin(), line.end(), state->pixels.begin() + row * kWidth + 5);
                       return status == 1 ? moved : int64_t{status};
                     }};
-        trial.failures = kRowFailures;
+        trial.failures = kPutFailures;
         trial.success = static_cast<int64_t>(line.size());
         trial.unchanged = [=] { state->ExpectUnchanged(); };
         trial.done = [=] {
