@@ -248,7 +248,8 @@ V_API int32_t V_CALL V_AllocateBitmap(BITMAPHANDLE* bitmap, uint32_t memoryType)
 
 /* Attaches the caller's buffer as the data of a user-memory bitmap. The buffer stays the caller's and must outlive the
  * bitmap. For an allocated user bitmap the pointer is just stored; otherwise a non-null pointer must come with
- * the data size of the record. Returns 1; -2 null record; -789 bad size; -13 size mismatch. */
+ * the data size of the record. Returns 1; -2 null record; -789 bad size; -13 size mismatch,
+ * or a bitmap with storage of the engine's own. */
 V_API int32_t V_CALL V_SetBitmapDataPointer(BITMAPHANDLE* bitmap, void* data, uint64_t size) V_NOEXCEPT;
 
 /* Replaces the record's private copy of the callback table; null removes it. Returns 1; -13 null record; -789 bad

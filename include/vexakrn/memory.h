@@ -27,7 +27,7 @@ enum VexaThresholds {
  *   reserve          bytes of memory to leave free; -1 to -100: that many percent of all memory and paging space
  *   maxConventional  largest conventional block in bytes (a larger bitmap goes to disk, or to tiles when disk is
  *                    forbidden); -1 to -100: that many percent of the available memory; 0: no maximum
- *   tileSize         bytes of one tile; 0: 16 MiB. A bitmap no larger than a tile is never tiled
+ *   tileSize         bytes of one tile; 0: 16 MiB. A bitmap no larger gets no tiles by asking for them
  *   fourth           kept and returned
  *   fifth            tiles of a bitmap that may be held in conventional memory, the others lie in a file (where disk is
  *                    forbidden, a bitmap with more tiles is not tiled); -1 to -100: that many percent of its tiles;

@@ -33,7 +33,7 @@ V_API int64_t V_CALL V_PutBitmapRowCol(BITMAPHANDLE* bitmap, const void* buffer,
 typedef struct BITMAPROWSEGMENT {
   int32_t column;      /* first pixel */
   int32_t pixels;      /* number of pixels */
-  const uint8_t* data; /* packed pixels; the first one lies at the top bits of the first byte */
+  const uint8_t* data; /* packed as in a row that starts with the first of them */
 } BITMAPROWSEGMENT;
 #pragma pack(pop)
 VEXAKRN_STATIC_ASSERT(sizeof(BITMAPROWSEGMENT) == 16, "part of the interface");

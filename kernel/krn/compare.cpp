@@ -92,7 +92,7 @@ void MaskRowEnd(uint8_t* line, const BITMAPHANDLE& bitmap) noexcept {
   const uint32_t rest = bits % 8;
   if (rest == 0) return;
   // Below 8 bits pixels fill a byte from its top, at 12 bits from its low nibble.
-  const uint8_t mask = bitmap.BitsPerPixel == 12 ? 0x0F : static_cast<uint8_t>(0xFF00 >> rest);
+  const auto mask = static_cast<uint8_t>(bitmap.BitsPerPixel == 12 ? 0x0F : 0xFF00 >> rest);
   line[bits / 8] = static_cast<uint8_t>(line[bits / 8] & mask);
 }
 

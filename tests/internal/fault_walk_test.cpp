@@ -101,9 +101,9 @@ TEST_F(FaultWalk, CreateWithCallbacks) {
 }
 
 TEST_F(FaultWalk, AllocateInPlaceOfOtherStorage) {
-  for (const uint32_t memory : {1u, 4u, 9u, 128u, 260u, 265u})
+  for (const uint32_t memory : {1u, 4u, 128u, 265u})
     ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      if (kind.setup == StorageKind::kHost) return;
+      if (kind.setup == StorageKind::kHost || layout != kCurrentLayout) return;
       if (kind.roomInTiles > 0 && memory > 256) return;  // there is no room for it in memory
       Walk("allocate " + std::to_string(memory) + " over " + Name(kind, layout), [=, &kind] {
         auto state = std::make_shared<Filled>(kind, layout);
@@ -271,9 +271,10 @@ TEST_F(FaultWalk, ChangeHeight) {
     std::optional<Access> access;
   };
   for (const bool accessed : {false, true})
-    for (const int32_t height : {4, 10, 12, 30})
+    for (const int32_t height : {4, 12, 30})
       ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
         if ((kind.flags & V_FlagMirror) != 0) return;
+        if (accessed && kind.IsTiled()) return;  // an access does nothing to tiles
         const std::string name = (accessed ? "accessed " : "") + Name(kind, layout) + " to " + std::to_string(height);
         const uint64_t failures = Walk(name, [=, &kind] {
           auto state = std::make_shared<State>(kind, layout, accessed);

@@ -155,8 +155,8 @@ class GifReader : public Reader {
     const GifFileType& gif = pass_->Gif();
     const ColorMapObject* colors = gif.Image.ColorMap ? gif.Image.ColorMap : gif.SColorMap;
     if (!colors) throw Error("a frame has no palette");
-    std::vector<RGBQUAD> palette;
-    for (int i = 0; i < colors->ColorCount; ++i) palette.push_back(Quad(colors->Colors[i]));
+    std::vector<RGBQUAD> palette(static_cast<size_t>(colors->ColorCount));
+    std::transform(colors->Colors, colors->Colors + colors->ColorCount, palette.begin(), Quad);
     bitmap.Describe(static_cast<uint64_t>(gif.Image.Width), static_cast<uint64_t>(gif.Image.Height),
                     BitsFor(palette.size()));
     bitmap.SetPalette(palette);

@@ -5,6 +5,8 @@
 // without destructors; what goes wrong in a callback is noted, and thrown once the jump has landed.
 #include <png.h>
 
+#include <algorithm>
+#include <cmath>
 #include <csetjmp>
 #include <cstring>
 
@@ -186,8 +188,10 @@ class PngReader : public Reader, private PngBase {
     png_colorp colors = nullptr;
     int count = 0;
     png_get_PLTE(png_, info_, &colors, &count);
-    std::vector<RGBQUAD> palette;
-    for (int i = 0; i < count; ++i) palette.push_back(RGBQUAD{colors[i].blue, colors[i].green, colors[i].red, 0});
+    std::vector<RGBQUAD> palette(static_cast<size_t>(count));
+    std::transform(colors, colors + count, palette.begin(), [](const png_color& c) {
+      return RGBQUAD{c.blue, c.green, c.red, 0};
+    });
     bitmap.SetPalette(palette);
   }
 
@@ -243,8 +247,8 @@ class PngWriter : public Writer, private PngBase {
       if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png_, info_, colors, static_cast<int>(palette.size()));
       SetTransparency(bitmap, colorType);
       if (bitmap.ResolutionStated())
-        png_set_pHYs(png_, info_, static_cast<png_uint_32>(rows.XResolution() * kInchesPerMeter + 0.5),
-                     static_cast<png_uint_32>(rows.YResolution() * kInchesPerMeter + 0.5), PNG_RESOLUTION_METER);
+        png_set_pHYs(png_, info_, static_cast<png_uint_32>(std::lround(rows.XResolution() * kInchesPerMeter)),
+                     static_cast<png_uint_32>(std::lround(rows.YResolution() * kInchesPerMeter)), PNG_RESOLUTION_METER);
       png_write_info(png_, info_);
       if (bits > 16 && bitmap.Order() == V_OrderBgr) png_set_bgr(png_);
       if (fileBits == 16) png_set_swap(png_);

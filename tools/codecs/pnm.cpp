@@ -368,9 +368,9 @@ class PnmWriter : public Writer {
   std::vector<uint8_t> out_;
 };
 
-template <char Plain, char Raw>
+template <uint8_t... Kinds>
 bool Matches(std::span<const uint8_t> start) {
-  return start.size() >= 3 && start[0] == 'P' && (start[1] == Plain || start[1] == Raw) &&
+  return start.size() >= 3 && start[0] == 'P' && ((start[1] == Kinds) || ...) &&
          (std::isspace(start[2]) || start[2] == '#');
 }
 
@@ -415,7 +415,7 @@ std::vector<Format> PnmFormats() {
   Format pam{.name = "PAM",
              .extensions = {"pam"},
              .holds = "gray of 1 to 8, 12 and 16 bits, 24- and 48-bit colour, and 32- and 64-bit colour with alpha",
-             .matches = Matches<'7', '7'>,
+             .matches = Matches<'7'>,
              .canHold = HoldsPam,
              .open = Open,
              .create = Create<true, false>};

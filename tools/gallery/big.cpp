@@ -59,32 +59,6 @@ bool IsBig(const std::string& path, uint32_t side) {
   return file.Byte() == -1;
 }
 
-// One argument for the system's shell.
-std::string Quoted(const std::string& argument) {
-#ifdef _WIN32
-  return "\"" + argument + "\"";
-#else
-  std::string quoted(1, '\'');
-  for (const char c : argument) {
-    if (c == '\'')
-      quoted.append("'\\''");
-    else
-      quoted.push_back(c);
-  }
-  quoted.push_back('\'');
-  return quoted;
-#endif
-}
-
-int RunCommand(const std::vector<std::string>& command) {
-  std::string line;
-  for (const std::string& argument : command) line.append(line.empty() ? "" : " ").append(Quoted(argument));
-#ifdef _WIN32
-  line = Quoted(line);  // its shell takes off the outermost pair
-#endif
-  return std::system(line.c_str());
-}
-
 class RemovedAtEnd {
  public:
   explicit RemovedAtEnd(fs::path path) : path_(std::move(path)) {}

@@ -34,6 +34,11 @@ int Measure(const std::string& report, const std::vector<std::string>& command);
 void SaveReport(const BigReport& report, const std::string& path);
 BigReport LoadReport(const std::string& path);
 
+// system_posix.cpp and system_win.cpp:
+
+// Runs a program with arguments through the system's shell and waits for it. Returns what the shell says of it.
+int RunCommand(const std::vector<std::string>& command);
+
 // Most memory that any finished child of this process had resident.
 uint64_t PeakChildBytes();
 

@@ -123,9 +123,15 @@ std::string Rows(const Sample& sample) {
   for (size_t i = 0; i < sample.runs.size(); ++i) {
     const Run& run = sample.runs[i];
     html += "<tr>";
-    if (i == 0)
-      html += "<td class=name" + span + Escaped(sample.name) + "</td><td class=soft" + span + Escaped(sample.depth) +
-              "</td><td class=soft" + span + std::to_string(sample.perspective) + "</td>";
+    if (i == 0) {
+      html.append("<td class=name")
+          .append(span)
+          .append(Escaped(sample.name))
+          .append("</td><td class=soft")
+          .append(span);
+      html.append(Escaped(sample.depth)).append("</td><td class=soft").append(span);
+      html.append(std::to_string(sample.perspective)).append("</td>");
+    }
     html += Cell(run.requested) + Cell(Escaped(run.got) + (run.note.empty() ? "" : " (" + Escaped(run.note) + ")"));
     html += Cell(Grouped(run.bytesHeld), "n") + Cell(Fixed(run.readMilliseconds, 1), "n") +
             Cell(Fixed(run.writeMilliseconds, 1), "n") + Cell(Verdict(run.identical, run.error)) + "</tr>\n";

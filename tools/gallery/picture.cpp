@@ -172,7 +172,7 @@ std::string WritePicture(Bitmap& bitmap, const std::filesystem::path& folder, co
   const bool keepsAlpha = format->create && bitmap.HasAlpha();
   if (!format->create) format = FormatOfName("ppm");
   if (!keepsAlpha) DropAlpha(reduced, opaque);
-  const std::string file = name + "." + std::string(format->extensions[0]);
+  std::string file = name + "." + std::string(format->extensions[0]);
   const std::u8string path = (folder / file).u8string();
   File out(std::string(path.begin(), path.end()), File::Mode::kRewrite);
   Progress progress(1);
