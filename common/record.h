@@ -17,7 +17,7 @@ inline bool IsStructSize(uint32_t size) noexcept {
   return size == V_BITMAPHANDLE_SIZE || size == V_BITMAPHANDLE_OLD_SIZE;
 }
 
-// The older layout ends before LUTLength16: nothing from there on may be touched.
+// The older layout ends with a private word where LUTLength16 is in the current one: nothing from there on is used.
 inline bool IsOldLayout(const BITMAPHANDLE& bitmap) noexcept { return bitmap.uStructSize < 253; }
 
 // The first check of every function: null, then the size field; nothing else is readable before.

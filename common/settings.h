@@ -14,7 +14,7 @@
 
 namespace vexakrn {
 
-struct Stream;  // krn/memstream.cpp
+struct Stream;  // a memory stream: krn/memstream.cpp
 
 struct MemoryThresholds {
   int32_t reserve;
@@ -29,12 +29,11 @@ struct StatusCallbackPair {
   void* userData;
 };
 
-// A system reading, kept for a few milliseconds.
-template <typename T>
-struct CachedReading {
+// A reading of the system's memory, kept for a few milliseconds.
+struct MemoryReading {
   bool valid;
   uint64_t milliseconds;  // when it was read
-  T value;
+  platform::MemoryStatus value;
 };
 
 struct Settings {
@@ -48,8 +47,7 @@ struct Settings {
   int32_t defaultXResolution;
   int32_t defaultYResolution;
   int32_t defaultDithering;
-  CachedReading<platform::MemoryStatus> memoryStatus;
-  CachedReading<uint32_t> handleCount;
+  MemoryReading memoryStatus;
 };
 
 Settings& ThreadSettings() noexcept;

@@ -1,4 +1,5 @@
-// System readings, kept in the calling thread's settings for a short while: reading them costs a system call or more.
+// System readings. The memory status costs several system calls and is asked by every allocation, so the calling thread
+// keeps it for a short while; the handle count is cheap, and rarely asked.
 #include "common/systemstatus.h"
 
 #include "common/settings.h"
@@ -9,31 +10,25 @@ namespace {
 constexpr uint64_t kFreshMilliseconds = 10;
 constexpr uint32_t kHandleBudget = 20000;
 
-// Reads through the cache. Without a clock nothing is kept.
-template <typename T>
-bool ReadCached(CachedReading<T>& cache, int32_t (*read)(T*), T* value) noexcept {
-  uint64_t now = 0;
-  const bool hasClock = platform::System().milliseconds(&now) == 0;
-  if (!hasClock || !cache.valid || now - cache.milliseconds >= kFreshMilliseconds) {
-    T fresh{};
-    cache.valid = false;
-    if (read(&fresh) != 0) return false;
-    cache = {hasClock, now, fresh};
-  }
-  *value = cache.value;
-  return true;
-}
-
 }  // namespace
 
 bool ReadMemoryStatus(platform::MemoryStatus* status) noexcept {
-  return ReadCached(ThreadSettings().memoryStatus, platform::System().memoryStatus, status);
+  MemoryReading& kept = ThreadSettings().memoryStatus;
+  uint64_t now = 0;
+  const bool hasClock = platform::System().milliseconds(&now) == 0;
+  if (!hasClock || !kept.valid || now - kept.milliseconds >= kFreshMilliseconds) {
+    kept.valid = false;
+    platform::MemoryStatus fresh{};
+    if (platform::System().memoryStatus(&fresh) != 0) return false;
+    kept = {hasClock, now, fresh};
+  }
+  *status = kept.value;
+  return true;
 }
 
 bool NearHandleLimit() noexcept {
   uint32_t count = 0;
-  return !ReadCached(ThreadSettings().handleCount, platform::System().handleCount, &count) ||
-         count >= kHandleBudget / 10 * 9;
+  return platform::System().handleCount(&count) != 0 || count >= kHandleBudget / 10 * 9;
 }
 
 }  // namespace vexakrn

@@ -90,7 +90,7 @@ inline constexpr uint64_t kViewGranularity = 65536;  // the coarsest of the supp
 
 // Kinds of failure that the engine tells apart.
 bool IsAccessDenied(int32_t error) noexcept;
-bool IsNotFound(int32_t error) noexcept;  // the file, or a directory above it
+bool IsNotFound(int32_t error) noexcept;  // nothing is there under that name
 
 // What undoes or cannot fail. Null and kNoFile are ignored.
 void Free(void* block) noexcept;
@@ -102,6 +102,7 @@ void FreeBlock(void* block) noexcept;
 bool UnlockBlock(void* block) noexcept;  // false: it was not locked
 uint64_t BlockSize(void* block) noexcept;
 
+bool SameFile(const char* a, const char* b) noexcept;  // two names of one existing file
 bool PathExists(const char* path) noexcept;  // of any kind, a dangling link included
 uint32_t ProcessId() noexcept;
 uint32_t ThreadId() noexcept;

@@ -61,8 +61,8 @@ enum VexaViewPerspective {
   V_ViewLeftBottom = 8
 };
 
-/* Structure sizes that every function accepts in `uStructSize`. A record of the older layout ends before
- * `LUTLength16`: nothing past its 228 bytes is ever read or written. It counts no accesses and takes no callbacks. */
+/* Structure sizes that every function accepts in `uStructSize`. In a record of the older layout the last word, at 224,
+ * is private, and nothing past its 228 bytes is ever read or written. It counts no accesses and takes no callbacks. */
 enum { V_BITMAPHANDLE_SIZE = 284, V_BITMAPHANDLE_OLD_SIZE = 228 };
 
 #pragma pack(push, 1)
@@ -276,8 +276,8 @@ V_API int32_t V_CALL V_IntAccessBitmap(BITMAPHANDLE* bitmap, int32_t* didLock) V
  * record. */
 V_API int32_t V_CALL V_IntReleaseBitmap(BITMAPHANDLE* bitmap, int32_t didLock, int32_t status) V_NOEXCEPT;
 
-/* Grows or shrinks the data in place; rows that are added are zero. Returns 1; -13 null record, user data or data
- * kept by a callback; -789 bad size; -2 not allocated; -11 a height below 1; -1 the storage could not be changed
+/* Grows or shrinks the data in place; rows that are added are zero. Returns 1; -2 null or unallocated record; -13
+ * user data or data kept by a callback; -789 bad size; -11 a height below 1; -1 the storage could not be changed
  * (the bitmap is as it was). */
 V_API int32_t V_CALL V_ChangeBitmapHeight(BITMAPHANDLE* bitmap, int32_t newHeight) V_NOEXCEPT;
 
@@ -298,9 +298,10 @@ V_API int32_t V_CALL V_DupBitmapNewDim(BITMAPHANDLE* dst, BITMAPHANDLE* src, uin
 typedef int32_t(V_CALL* ALLOCATEBITMAPHOOK)(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* userData);
 V_API int32_t V_CALL V_SetAllocateBitmapHook(ALLOCATEBITMAPHOOK hook, void* userData) V_NOEXCEPT;
 
-/* Compares two records and, where both are allocated, their rows. One line a difference, "\n Width\t1\t2", is
- * appended to the string in `text`, which has room for `textSize` bytes with its end; lines that do not fit are cut.
- * `text` may be null. Returns 1 no difference; 0 some; -13 null record; -789 bad size. */
+/* Compares two records and, where both are allocated with the same dimensions and depth, their rows. One line a
+ * difference, "\n Width\t1\t2", is appended to the string in `text`, which has room for `textSize` bytes with its end;
+ * lines that do not fit are cut. `text` may be null. Returns 1 no difference; 0 some; -13 null record; -789 bad size;
+ * the code with which rows could not be accessed or read (all else has been compared then). */
 V_API int32_t V_CALL V_CompareBitmapHandles(BITMAPHANDLE* a, BITMAPHANDLE* b, char* text, uint64_t textSize) V_NOEXCEPT;
 
 /* --- single pixels -------------------------------------------------------------------------------------------- */
@@ -308,8 +309,8 @@ V_API int32_t V_CALL V_CompareBitmapHandles(BITMAPHANDLE* a, BITMAPHANDLE* b, ch
 /* Reads the pixel at a displayed position (row 0 is the top row as seen, whatever the perspective) as a plain colour
  * value: red in bits 0-7, green 8-15, blue 16-23. A palette index beyond the palette reads as black; gray deeper
  * than 8 bits is brought from LowBit..HighBit to 8 bits.
- * Returns 1; -13 null record or position outside; -814 null output; -789; -2; or the access's or row function's code.
- */
+ * Returns 1; -2 null or unallocated record; -13 position outside; -814 null output; -789; or the access's or row
+ * function's code. */
 V_API int32_t V_CALL V_GetPixelColor(BITMAPHANDLE* bitmap, int32_t row, int32_t column, uint32_t* color) V_NOEXCEPT;
 
 /* Writes a colour value at a displayed position. Kinds (top byte): 0x00 a plain colour, which becomes the nearest

@@ -42,9 +42,9 @@ typedef struct REDIRECTFUNCTIONS {
 #pragma pack(pop)
 VEXAKRN_STATIC_ASSERT(sizeof(REDIRECTFUNCTIONS) == 84, "part of the interface");
 
-/* Calls the thread's functions. Failures give -1 (close too), and V_GetLastRedirectError tells why. Without redirection
- * the system's own files are used: transfers are whole (a short read is the end of the file), handles are not inherited
- * by child processes, directories are refused. A handle is used with the table it was opened under. */
+/* Calls the thread's functions. Failures give -1 (close too). Without redirection the system's own files are used, and
+ * V_GetLastRedirectError tells why a call failed: transfers are whole (a short read is the end of the file), handles
+ * are not inherited by child processes, directories are refused. A handle is used with the table it was opened under. */
 V_API intptr_t V_CALL V_RedirectedOpen(const char* utf8Path, uint32_t mode) V_NOEXCEPT;
 V_API int64_t V_CALL V_RedirectedRead(intptr_t file, void* buffer, uint64_t bytes) V_NOEXCEPT;
 V_API int64_t V_CALL V_RedirectedWrite(intptr_t file, const void* buffer, uint64_t bytes) V_NOEXCEPT;
@@ -92,8 +92,8 @@ enum VexaStreamFlags {
  * block (null for none) holds `length` bytes of data; its size is the larger of `length` and `capacity`. It may be
  * moved while the stream grows. `*stateOut` is the stream; when `fileOut` is given it receives an open handle.
  * A write of 0 bytes cuts the data at the position. Bytes between the old end and a later write are zero.
- * Streams nest: the innermost one is opened, but by the pseudo name of an outer one, and handles are valid between their
- * stream's own start and stop.
+ * Streams nest: the innermost one is opened, but by the pseudo name of an outer one, and handles are valid between
+ * their stream's own start and stop.
  * Returns 1; -13 null `stateOut`, or data without a block or beyond it; -1 no memory, or the open failed (nothing is
  * started then). */
 V_API int32_t V_CALL V_StartRedirectToBuffer(void** stateOut, intptr_t* fileOut, uint32_t flags, void* buffer,

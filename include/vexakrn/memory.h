@@ -51,7 +51,8 @@ enum VexaMemoryOperation {
 };
 
 /* The process-wide account of conventional memory: mapped blocks and mapped tiles. All of it happens under one critical
- * section. Query reports limit - used, or 1 when the limit is used up, or 2^63 - 1 without a limit.
+ * section. Query reports limit - used, or 1 when the limit is used up, or 2^63 - 1 without a limit. A sum beyond 64 bits
+ * is refused, and returning more than is in use leaves 0.
  * Returns 1; -1905; -814; -16 for another operation. */
 V_API int32_t V_CALL V_ManageMemory(int32_t operation, uint64_t size, uint64_t* value) V_NOEXCEPT;
 
@@ -61,7 +62,7 @@ V_API int32_t V_CALL V_ManageMemory(int32_t operation, uint64_t size, uint64_t* 
  *   totalTiles        number of tiles
  *   conventionalTiles tiles held in memory; the others lie in a file and are mapped on demand
  *   maxTileViewSize   most bytes of file tiles mapped at once
- * Returns 1; -13 null record; -789 bad size; -2 not allocated. */
+ * Returns 1; -2 null or unallocated record; -789 bad size. */
 V_API int32_t V_CALL V_GetBitmapMemoryInfo(BITMAPHANDLE* bitmap, uint32_t* memoryType, int64_t* tileSize,
                                            int32_t* totalTiles, int32_t* conventionalTiles,
                                            int64_t* maxTileViewSize) V_NOEXCEPT;

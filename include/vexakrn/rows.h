@@ -1,14 +1,18 @@
 /* Rows in and out.
  *
  * Row 0 is the first row in storage, whatever the view perspective. Pixels below 8 bits are packed most significant bit
- * first; 12-bit pixels lie two in three
- * bytes: the even one in the low 12 bits of the little-endian word at its first byte, the odd one in the high 12 bits
- * of the word that starts a byte later. The bitmap should be accessed (V_AccessBitmap) around row access. Each function
- * returns the number of bytes moved, or a negative status: -13   null bitmap or buffer; row or column outside; a count
- * past the end of linear storage (nothing is moved) -789  bad record size -2    conventional data without an address
- * (bitmap not accessed) -4    a position in the disk file could not be reached -7    the disk file could not be read -1
- * the bitmap has no storage, or the disk file or a tile could not be written A data callback sees the call first; its
- * result other than 0 is returned unchanged. */
+ * first. 12-bit pixels lie two in three bytes: the even one in the low 12 bits of the little-endian word at its first
+ * byte, the odd one in the high 12 bits of the word that starts a byte later. The bitmap should be accessed
+ * (V_AccessBitmap) around row access. Each function returns the number of bytes moved, or a negative status:
+ *
+ *   -13   null bitmap or buffer; row or column outside; a count past the end of linear storage (nothing is moved)
+ *   -789  bad record size
+ *   -2    conventional data without an address (bitmap not accessed)
+ *   -4    a position in the disk file could not be reached
+ *   -7    the disk file could not be read
+ *   -1    the bitmap has no storage, or the disk file or a tile could not be written
+ *
+ * A data callback sees the call first; its result other than 0 is returned unchanged. */
 #ifndef VEXAKRN_ROWS_H
 #define VEXAKRN_ROWS_H
 

@@ -30,8 +30,7 @@ enum VexaTempFileMode {
 #define V_TEMPFILE_CURRENT_MODE 0xFFFFFFFFu /* as a mode: the one in force */
 
 enum VexaTempFileFlags {
-  V_TempFileCreateNow = 1, /* in mode 2: create the file, do not just reserve its name */
-  V_TempFileReserved = 8   /* set by the engine on a name that was only reserved */
+  V_TempFileCreateNow = 1 /* in mode 2: create the file, do not just reserve its name */
 };
 
 /* Sets the process-wide options. A mode of 0 is stored as 2, and 0xFFFFFFFF keeps the mode. Returns 1; -814 null; -789
@@ -59,7 +58,8 @@ V_API int32_t V_CALL V_GetTempFileDirectoryUTF8(char* buffer, uint32_t capacity)
  * `capacity` is the room in bytes with the end of the string: at least the three parts' lengths and 13; a short
  * buffer shortens the tag.
  * Returns 1; -814 null buffer; -290 too small a buffer; -74 no temporary directory; -1 no memory; -1902 access denied;
- * -1903 the file could not be created; -1894 no free name. On failure the buffer holds an empty string. */
+ * -1903 the file could not be created; -1894 no free name. On failure the buffer holds an empty string. Parts that lie
+ * in the buffer are -13. */
 V_API int32_t V_CALL V_GetTempFileNameUTF8(char* buffer, uint32_t capacity, uint32_t mode, const char* directory,
                                            const char* prefix, const char* extension, uint32_t flags) V_NOEXCEPT;
 
@@ -71,8 +71,8 @@ V_API int32_t V_CALL V_GetTempFileName2UTF8(char* buffer, uint32_t capacity, con
  * reserved fails when the file exists by then, links included. A file handle, or -1. */
 V_API intptr_t V_CALL V_RedirectedTempFileOpenA(const char* path, uint32_t mode) V_NOEXCEPT;
 
-/* Copies a file through the thread's file functions; an existing `to` is replaced. Returns 1; -814 null; -13 the same
- * path twice; -7 `from` cannot be opened or read; -1902 or -1903 `to` cannot be created; -1 it cannot be written. What
+/* Copies a file through the thread's file functions; an existing `to` is replaced. Returns 1; -814 null; -13 one
+ * file twice; -7 `from` cannot be opened or read; -1902 or -1903 `to` cannot be created; -1 it cannot be written. What
  * was written of a failed copy is deleted, unless the host's functions hold it. */
 V_API int32_t V_CALL V_RedirectedTempFileCopy(const char* from, const char* to) V_NOEXCEPT;
 

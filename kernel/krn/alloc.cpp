@@ -125,6 +125,7 @@ int32_t AllocateBySize(BITMAPHANDLE& bitmap, uint32_t request) noexcept {
   if (!(request & (V_MemoryNoTiled | V_MemoryDisk))) {
     const int32_t tiled = TryStorage(bitmap, kTiledStorage, context, V_FlagConventionalMemory | V_FlagTiled);
     if (tiled == kSuccess) return tiled;
+    if (request & V_MemoryTiled) status = tiled;  // the only attempt
   }
   if (request & V_MemoryNoDisk) return status;
   return TryStorage(bitmap, kDiskStorage, context, V_FlagDiskMemory) == kSuccess ? kSuccess : kNoMemory;
@@ -133,7 +134,8 @@ int32_t AllocateBySize(BITMAPHANDLE& bitmap, uint32_t request) noexcept {
 }  // namespace
 
 int32_t AllocateBitmap(BITMAPHANDLE& bitmap, uint32_t memoryType, void* userData) noexcept {
-  if (DataSize(bitmap) == 0 || !PitchHoldsRow(bitmap)) return kInvalidRange;
+  if (DataSize(bitmap) == 0 || bitmap.Height < 1 || bitmap.BytesPerLine == 0 || !PitchHoldsRow(bitmap))
+    return kInvalidRange;
   uint32_t request = memoryType;
   V_TRY(CallHook(bitmap, &request, userData));
 

@@ -5,7 +5,7 @@
 #include "common/buffer.h"
 #include "common/record.h"
 #include "krn/access.h"
-#include "vexakrn/rows.h"
+#include "krn/rowcol.h"
 
 namespace vexakrn {
 namespace {
@@ -105,9 +105,8 @@ int32_t CompareRows(Report& report, BITMAPHANDLE& a, BITMAPHANDLE& b) noexcept {
   const Buffer<uint8_t> lineA(bytes), lineB(bytes);
   if (!lineA || !lineB) return kNoMemory;
   for (int32_t row = 0; row < a.Height; ++row) {
-    const int64_t gotA = V_GetBitmapRow(&a, lineA.data(), row, bytes);
-    const int64_t gotB = V_GetBitmapRow(&b, lineB.data(), row, bytes);
-    if (gotA < 0 || gotB < 0) return static_cast<int32_t>(gotA < 0 ? gotA : gotB);
+    V_TRY(GetWholeRowPart(a, lineA.data(), {row, 0, bytes}));
+    V_TRY(GetWholeRowPart(b, lineB.data(), {row, 0, bytes}));
     MaskRowEnd(lineA.data(), a);
     MaskRowEnd(lineB.data(), b);
     if (std::memcmp(lineA.data(), lineB.data(), bytes) == 0) continue;
@@ -170,7 +169,7 @@ int32_t V_CALL V_CompareBitmapHandles(BITMAPHANDLE* a, BITMAPHANDLE* b, char* te
   report.Compare("BitsPerPixel", a->BitsPerPixel, b->BitsPerPixel);
   report.Compare("BytesPerLine", a->BytesPerLine, b->BytesPerLine);
   const uint32_t flagsA = a->Flags, flagsB = b->Flags;  // accesses below lock movable blocks
-  if (a != b && HaveComparableRows(*a, *b)) V_TRY(CompareRows(report, *a, *b));
+  const int32_t rowStatus = a != b && HaveComparableRows(*a, *b) ? CompareRows(report, *a, *b) : int32_t{kSuccess};
   CompareFlags(report, flagsA, flagsB);
   ComparePalettes(report, *a, *b);
   CompareAttributes(report, *a, *b);
@@ -178,5 +177,6 @@ int32_t V_CALL V_CompareBitmapHandles(BITMAPHANDLE* a, BITMAPHANDLE* b, char* te
   report.Compare("PaintGamma", a->PaintGamma, b->PaintGamma);
   report.Compare("PaintContrast", a->PaintContrast, b->PaintContrast);
   report.Compare("PaintIntensity", a->PaintIntensity, b->PaintIntensity);
+  if (rowStatus != kSuccess) return rowStatus;
   return report.Same() ? kSuccess : kFailure;
 }

@@ -89,7 +89,9 @@ int32_t Fill(BITMAPHANDLE& bitmap, const Creation& wanted) noexcept {
                                                                        : PaletteChoice::Fixed;
     V_TRY(SetCreatedPalette(bitmap, choice, wanted.palette));
   }
-  if (wanted.memoryType != V_MemoryUser || !wanted.userData) return kSuccess;
+  // A hook or a callback may have chosen other storage than the caller's.
+  const bool isUser = HasFlag(bitmap, V_FlagConventionalMemory) && HasFlag(bitmap, V_FlagMirror);
+  if (wanted.memoryType != V_MemoryUser || !wanted.userData || !isUser) return kSuccess;
   // A size of 0 says nothing; any other must be the data's.
   if (wanted.userDataSize != 0 && wanted.userDataSize != DataSize(bitmap)) return kInvalidParameter;
   return V_SetBitmapDataPointer(&bitmap, wanted.userData, wanted.userDataSize);
@@ -119,7 +121,7 @@ int32_t V_CALL V_InitBitmapWithCallbacks(BITMAPHANDLE* bitmap, uint32_t structSi
   bitmap->Height = height;
   bitmap->BitsPerPixel = bitsPerPixel;
   if (SetDataSize(*bitmap, static_cast<uint64_t>(bitmap->BytesPerLine) * static_cast<uint32_t>(height)) != kSuccess) {
-    ZeroRecord(bitmap, structSize);
+    std::memset(static_cast<void*>(bitmap), 0, structSize);  // its size field too: there is no such record
     return kMemoryTooLow;
   }
   SetDefaults(*bitmap);

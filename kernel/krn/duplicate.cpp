@@ -5,10 +5,10 @@
 #include "common/buffer.h"
 #include "common/record.h"
 #include "krn/access.h"
+#include "krn/rowcol.h"
 #include "krn/rowcopy.h"
 #include "vexakrn/memory.h"
 #include "vexakrn/palette.h"
-#include "vexakrn/rows.h"
 
 namespace vexakrn {
 namespace {
@@ -78,9 +78,8 @@ int32_t CopyRows(BITMAPHANDLE& dst, BITMAPHANDLE& src) noexcept {
   const Buffer<uint8_t> line(bytes);
   if (!line) return kNoMemory;
   for (int32_t row = 0; row < src.Height; ++row) {
-    const int64_t got = V_GetBitmapRow(&src, line.data(), row, bytes);
-    if (got < 0) return static_cast<int32_t>(got);
-    const int64_t put = V_PutBitmapRow(&dst, line.data(), row, bytes);
+    V_TRY(GetWholeRowPart(src, line.data(), {row, 0, bytes}));
+    const int64_t put = PutRowPart(dst, line.data(), {row, 0, bytes});
     if (put < 0) return static_cast<int32_t>(put);
   }
   V_TRY(to.Release());

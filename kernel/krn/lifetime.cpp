@@ -46,7 +46,7 @@ int32_t V_CALL V_SetBitmapDataPointer(BITMAPHANDLE* bitmap, void* data, uint64_t
 }
 
 int32_t V_CALL V_ChangeBitmapHeight(BITMAPHANDLE* bitmap, int32_t newHeight) noexcept {
-  V_TRY(CheckRecord(bitmap));
+  V_TRY(CheckRecord(bitmap, kNoImage));
   V_TRY(CheckAllocated(*bitmap));
   const Storage& storage = StorageOf(*bitmap);
   if (HasFlag(*bitmap, V_FlagMirror)) return kInvalidParameter;
@@ -61,7 +61,8 @@ int32_t V_CALL V_ChangeBitmapHeight(BITMAPHANDLE* bitmap, int32_t newHeight) noe
 void V_CALL V_FreeBitmap(BITMAPHANDLE* bitmap) noexcept {
   if (CheckRecord(bitmap) != kSuccess) return;
   if (LockCount(*bitmap) != 0) TraceLockCount("V_FreeBitmap", *bitmap, "\n");
-  V_SetBitmapNewPalette(bitmap, nullptr, 0);
+  V_FreeBuffer(bitmap->pPalette);
+  bitmap->pPalette = nullptr;
   FreeOverlays(*bitmap);
   if (HasFlag(*bitmap, V_FlagAllocated)) ReleaseStorage(*bitmap);
   FreeLookupTables(*bitmap);
@@ -71,13 +72,13 @@ void V_CALL V_FreeBitmap(BITMAPHANDLE* bitmap) noexcept {
 
 int32_t V_CALL V_GetBitmapMemoryInfo(BITMAPHANDLE* bitmap, uint32_t* memoryType, int64_t* tileSize, int32_t* totalTiles,
                                      int32_t* conventionalTiles, int64_t* maxTileViewSize) noexcept {
-  V_TRY(CheckRecord(bitmap));
+  V_TRY(CheckRecord(bitmap, kNoImage));
   V_TRY(CheckAllocated(*bitmap));
   const uint32_t type = StorageOf(*bitmap).memoryType;
   const TileTable* table = type == V_MemoryTiled ? TilesOf(*bitmap) : nullptr;
   Report<uint32_t>(memoryType,
                    type != 0 ? type : uint32_t{V_MemoryUser});  // what a callback keeps is somebody else's too
-  Report<int64_t>(tileSize, table ? table->tileSize : 0);
+  Report<int64_t>(tileSize, table ? table->context.tileSize : 0);
   Report<int32_t>(totalTiles, table ? static_cast<int32_t>(table->tileCount) : 0);
   Report<int32_t>(conventionalTiles, table ? static_cast<int32_t>(table->conventionalTiles) : 0);
   Report<int64_t>(maxTileViewSize, table ? static_cast<int64_t>(table->maxViewBytes) : 0);

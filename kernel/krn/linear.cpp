@@ -81,7 +81,8 @@ int32_t ResizeMapped(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {
 
 void FreeGlobal(BITMAPHANDLE& bitmap) noexcept { platform::FreeBlock(bitmap.Addr.Windows.hMemory); }
 
-// A locked block stays locked: its successor is made and locked aside, so that nothing can fail once the old one is gone.
+// A locked block stays locked: its successor is made and locked aside, so that nothing can fail once the old one is
+// gone.
 int32_t ReplaceLockedBlock(BITMAPHANDLE& bitmap, uint64_t newBytes) noexcept {
   const platform::Calls& system = platform::System();
   void* old = bitmap.Addr.Windows.hMemory;

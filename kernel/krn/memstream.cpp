@@ -1,8 +1,8 @@
 // Memory streams: a memory block in the place of a file.
 //
 // While a stream is started, its five functions stand in the calling thread's redirect table, and the table they
-// replaced is kept in the stream: nested streams form a chain. A handle is valid when its stream is in that chain, so a
-// foreign one is never looked into.
+// replaced is kept in the stream. A handle is valid when its stream is in the thread's list of live ones, so a foreign
+// one is never looked into.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -85,23 +85,21 @@ bool ResizeBlock(Stream& stream, uint64_t bytes) noexcept {
   return true;
 }
 
-// --- the chain of streams ---
+// --- which streams there are ---
 
-intptr_t V_CALL StreamOpen(const char* path, uint32_t mode, void* userData) noexcept;
-
-// The stream whose functions a table holds, or null.
-Stream* StreamIn(const REDIRECTFUNCTIONS& table) noexcept {
-  return table.open == StreamOpen ? static_cast<Stream*>(table.openData) : nullptr;
+// Finds the link of the thread's list that leads to a stream; null for what is none. `state` itself is not looked into:
+// it may be anything.
+Stream** FindLive(const void* state) noexcept {
+  Stream** link = &ThreadSettings().liveStreams;
+  while (*link && *link != state) link = &(*link)->next;
+  return *link ? link : nullptr;
 }
 
-// The stream of a handle, looked for from the one that a function was installed for on. Each function starts with this:
-// it resets the last-error value.
-Stream* FindStream(intptr_t handle, void* userData) noexcept {
+// The stream of a handle; null for a foreign one. Each function starts with this: it resets the last-error value.
+Stream* FindStream(intptr_t handle) noexcept {
   SetLastRedirectError(0);
-  auto* wanted = reinterpret_cast<Stream*>(handle);
-  for (auto* stream = static_cast<Stream*>(userData); stream; stream = StreamIn(stream->saved))
-    if (stream == wanted) return stream->magic == kMagic ? stream : nullptr;
-  return nullptr;
+  Stream** link = FindLive(reinterpret_cast<void*>(handle));
+  return link && (*link)->magic == kMagic ? *link : nullptr;
 }
 
 int64_t Fail(int32_t error) noexcept {
@@ -111,23 +109,18 @@ int64_t Fail(int32_t error) noexcept {
 
 // --- the five functions ---
 
-// The stream that a name means: the one whose pseudo name it is, else, whatever the name, the innermost one.
-Stream* StreamOfName(Stream* innermost, const char* path) noexcept {
-  for (Stream* stream = innermost; stream; stream = StreamIn(stream->saved))
-    if (std::strcmp(path, stream->name) == 0) return stream;
-  return innermost;
-}
-
+// Any name opens the stream that is in force, but the pseudo name of another live one opens that.
 intptr_t V_CALL StreamOpen(const char* path, uint32_t, void* userData) noexcept {
-  Stream* innermost = FindStream(reinterpret_cast<intptr_t>(userData), userData);
-  if (!innermost || !path) return -1;
-  Stream* stream = StreamOfName(innermost, path);
+  Stream* stream = FindStream(reinterpret_cast<intptr_t>(userData));
+  if (!stream || !path) return -1;
+  for (Stream* other = ThreadSettings().liveStreams; other; other = other->next)
+    if (std::strcmp(path, other->name) == 0) stream = other;
   stream->position = 0;
   return reinterpret_cast<intptr_t>(stream);
 }
 
-int64_t V_CALL StreamRead(intptr_t file, void* buffer, uint64_t bytes, void* userData) noexcept {
-  Stream* stream = FindStream(file, userData);
+int64_t V_CALL StreamRead(intptr_t file, void* buffer, uint64_t bytes, void*) noexcept {
+  Stream* stream = FindStream(file);
   if (!stream || (!buffer && bytes != 0)) return -1;
   if (stream->position >= stream->length) return 0;
   const BlockAddress address(*stream);
@@ -155,8 +148,8 @@ int64_t CutData(Stream& stream) noexcept {
   return ExtendData(stream, end, end, address) ? 0 : Fail(kNoMemory);
 }
 
-int64_t V_CALL StreamWrite(intptr_t file, const void* buffer, uint64_t bytes, void* userData) noexcept {
-  Stream* stream = FindStream(file, userData);
+int64_t V_CALL StreamWrite(intptr_t file, const void* buffer, uint64_t bytes, void*) noexcept {
+  Stream* stream = FindStream(file);
   if (!stream) return -1;
   if (!Has(*stream, V_StreamWrite)) return Fail(kStreamNotWritable);
   if (bytes == 0) return CutData(*stream);
@@ -178,16 +171,16 @@ int64_t V_CALL StreamWrite(intptr_t file, const void* buffer, uint64_t bytes, vo
 }
 
 // Positions are not checked against the data: a later read past it gives nothing, a later write grows or fails.
-int64_t V_CALL StreamSeek(intptr_t file, int64_t offset, int32_t origin, void* userData) noexcept {
-  Stream* stream = FindStream(file, userData);
+int64_t V_CALL StreamSeek(intptr_t file, int64_t offset, int32_t origin, void*) noexcept {
+  Stream* stream = FindStream(file);
   if (!stream || origin < 0 || origin > 2) return -1;
   const uint64_t bases[] = {0, stream->position, stream->length};
   stream->position = bases[origin] + static_cast<uint64_t>(offset);
   return static_cast<int64_t>(stream->position);
 }
 
-int32_t V_CALL StreamClose(intptr_t file, void* userData) noexcept {
-  Stream* stream = FindStream(file, userData);
+int32_t V_CALL StreamClose(intptr_t file, void*) noexcept {
+  Stream* stream = FindStream(file);
   if (!stream) return -1;
   const bool trims = Has(*stream, V_StreamGrow | V_StreamTrim | V_StreamWrite) && stream->length < stream->capacity;
   if (trims) ResizeBlock(*stream, stream->length);  // a failure keeps the larger block
@@ -202,14 +195,6 @@ bool IsSoundBlock(uint32_t flags, void* block, uint64_t length, uint64_t capacit
   return (flags & V_StreamHeap) != 0 || platform::BlockSize(block) >= std::max(length, capacity);
 }
 
-// Finds the link of the thread's list that leads to a state; null for what is no live stream of this thread. The state
-// itself is not looked into: it may be anything.
-Stream** FindLive(const void* state) noexcept {
-  Stream** link = &ThreadSettings().liveStreams;
-  while (*link && *link != state) link = &(*link)->next;
-  return *link ? link : nullptr;
-}
-
 void Install(Stream& stream) noexcept {
   Settings& settings = ThreadSettings();
   stream.next = settings.liveStreams;
@@ -220,17 +205,33 @@ void Install(Stream& stream) noexcept {
            &stream,      StreamSeek, &stream, StreamClose, &stream};
 }
 
-// Puts back what the stream replaced. Where another stream was started since, the chain is closed around this one.
+// Takes a stream's functions out of a table, for those that it had replaced itself. True when there were any.
+bool RemoveFrom(REDIRECTFUNCTIONS& table, const Stream& stream) noexcept {
+  const REDIRECTFUNCTIONS& saved = stream.saved;
+  bool found = false;
+  const auto own = [&](const void* data) {
+    found |= data == &stream;
+    return data == &stream;
+  };
+  if (own(table.openData)) table.open = saved.open, table.openData = saved.openData;
+  if (own(table.readData)) table.read = saved.read, table.readData = saved.readData;
+  if (own(table.writeData)) table.write = saved.write, table.writeData = saved.writeData;
+  if (own(table.seekData)) table.seek = saved.seek, table.seekData = saved.seekData;
+  if (own(table.closeData)) table.close = saved.close, table.closeData = saved.closeData;
+  return found;
+}
+
+// Puts back what the stream replaced: the whole table, or, where another stream was started since, its part in the
+// tables that are to be put back later.
 void Uninstall(const Stream& stream) noexcept {
   Settings& settings = ThreadSettings();
   *FindLive(&stream) = stream.next;
   bool wasBelow = false;
-  for (Stream* other = settings.liveStreams; other; other = other->next) {
-    if (StreamIn(other->saved) != &stream) continue;
-    other->saved = stream.saved;
-    wasBelow = true;
-  }
-  if (!wasBelow || StreamIn(settings.redirect) == &stream) settings.redirect = stream.saved;
+  for (Stream* other = settings.liveStreams; other; other = other->next) wasBelow |= RemoveFrom(other->saved, stream);
+  if (wasBelow)
+    RemoveFrom(settings.redirect, stream);
+  else
+    settings.redirect = stream.saved;
 }
 
 }  // namespace

@@ -1,12 +1,13 @@
 // Single pixels at displayed positions: raw values and colours.
+#include <algorithm>
 #include <cstring>
 
 #include "common/packed.h"
 #include "common/perspective.h"
 #include "common/record.h"
 #include "krn/access.h"
+#include "krn/rowcol.h"
 #include "vexakrn/palette.h"
-#include "vexakrn/rows.h"
 
 namespace vexakrn {
 namespace {
@@ -47,13 +48,12 @@ class Pixel {
     const auto low = static_cast<uint32_t>(value);
     const bool packed = WithPacked(bitmap_.BitsPerPixel, [&](auto p) { p.Put(bytes_, window_.index, low); });
     if (!packed) std::memcpy(bytes_, &value, window_.bytes);
-    return Status(V_PutBitmapRowCol(&bitmap_, bytes_, row_, window_.column, window_.bytes));
+    const int64_t put = PutRowPart(bitmap_, bytes_, {row_, window_.column, window_.bytes});
+    return put < 0 ? static_cast<int32_t>(put) : kSuccess;
   }
 
  private:
-  static int32_t Status(int64_t moved) noexcept { return moved < 0 ? static_cast<int32_t>(moved) : kSuccess; }
-
-  int32_t Load() noexcept { return Status(V_GetBitmapRowCol(&bitmap_, bytes_, row_, window_.column, window_.bytes)); }
+  int32_t Load() noexcept { return GetWholeRowPart(bitmap_, bytes_, {row_, window_.column, window_.bytes}); }
 
   BITMAPHANDLE& bitmap_;
   int32_t row_;
@@ -136,8 +136,9 @@ Color ColorOf(const BITMAPHANDLE& bitmap, uint64_t raw) noexcept {
 // The raw value of a colour; `old` gives the bits that a colour does not set (alpha, the top bit of 5-5-5).
 uint64_t RawOf(const BITMAPHANDLE& bitmap, const Color& c, uint64_t old) noexcept {
   if (bitmap.BitsPerPixel <= 8) {
-    const auto colors = static_cast<uint32_t>(bitmap.nColors);
-    return V_FindPaletteIndex(bitmap.pPalette, bitmap.pPalette ? colors : 0, c.red, c.green, c.blue);
+    const int32_t colors = bitmap.pPalette ? std::clamp<int32_t>(bitmap.nColors, 0, 1 << bitmap.BitsPerPixel)
+                                           : 0;  // a longer palette has no indices
+    return colors == 0 ? 0 : V_FindPaletteIndex(bitmap.pPalette, static_cast<uint32_t>(colors), c.red, c.green, c.blue);
   }
   if (IsGray(bitmap)) return SampleOfGray(bitmap, Luminance(c));
   const Color memory = FromComponents(bitmap, c.red, c.green, c.blue);  // its own inverse
@@ -182,7 +183,7 @@ int32_t RawOfValue(const BITMAPHANDLE& bitmap, uint32_t value, uint64_t old, uin
 
 // Turns the displayed position into the stored one.
 int32_t CheckPosition(const BITMAPHANDLE* bitmap, const void* data, int32_t* row, int32_t* column) noexcept {
-  V_TRY(CheckRecord(bitmap));
+  V_TRY(CheckRecord(bitmap, kNoImage));
   if (!data) return kNullPointer;
   V_TRY(CheckAllocated(*bitmap));
   return ToStored(*bitmap, row, column) ? kSuccess : kInvalidParameter;

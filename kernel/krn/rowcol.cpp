@@ -1,74 +1,86 @@
 // Rows and parts of rows, in and out, whatever the storage.
-#include "vexakrn/rows.h"
+#include "krn/rowcol.h"
 
 #include "krn/diagnostics.h"
 #include "krn/storage.h"
+#include "vexakrn/rows.h"
 
 namespace vexakrn {
 namespace {
 
-// A transfer as its function was called.
-struct RowCall {
-  const char* name;
-  int32_t row;
-  int32_t column;
-  uint64_t count;
-};
-
-int32_t CheckCall(const BITMAPHANDLE* bitmap, const void* buffer, const RowCall& call) noexcept {
+int32_t CheckCall(const BITMAPHANDLE* bitmap, const void* buffer, const char* name) noexcept {
   if (!bitmap || !buffer) return kInvalidParameter;
   V_TRY(CheckRecord(bitmap));
-  if (LockCount(*bitmap) < 1) TraceLockCount(call.name, *bitmap, "\r\n");  // this trace ends in CR LF, and is meant to
+  if (LockCount(*bitmap) < 1) TraceLockCount(name, *bitmap, "\r\n");  // this trace ends in CR LF, and is meant to
   return kSuccess;
 }
 
-bool IsInside(const BITMAPHANDLE& bitmap, const RowCall& call) noexcept {
-  return call.row >= 0 && call.row < bitmap.Height && call.column >= 0 && call.column < bitmap.Width;
+bool IsInside(const BITMAPHANDLE& bitmap, const RowPart& part) noexcept {
+  return part.row >= 0 && part.row < bitmap.Height && part.column >= 0 && part.column < bitmap.Width;
 }
 
-int64_t Get(BITMAPHANDLE* bitmap, void* buffer, const RowCall& call) noexcept {
-  V_TRY(CheckCall(bitmap, buffer, call));
-  if (const auto* callbacks = DataCallbacks(*bitmap); callbacks && callbacks->GetBitmapRowCol) {
-    const uint64_t result =
-        callbacks->GetBitmapRowCol(bitmap, buffer, call.row, call.column, call.count, callbacks->pUserData);
-    if (result != 0) return static_cast<int64_t>(result);
-  }
-  if (!IsInside(*bitmap, call)) return kInvalidParameter;
-  const uint32_t offset = ColumnOffset(call.column, bitmap->BitsPerPixel);
-  return StorageOf(*bitmap).read(*bitmap, static_cast<uint8_t*>(buffer), call.row, offset, call.count);
+int64_t Get(BITMAPHANDLE* bitmap, void* buffer, const RowPart& part, const char* name) noexcept {
+  V_TRY(CheckCall(bitmap, buffer, name));
+  return GetRowPart(*bitmap, buffer, part);
 }
 
-int64_t Put(BITMAPHANDLE* bitmap, const void* buffer, const RowCall& call) noexcept {
-  V_TRY(CheckCall(bitmap, buffer, call));
-  if (const auto* callbacks = DataCallbacks(*bitmap); callbacks && callbacks->PutBitmapRowCol) {
-    const uint64_t result =
-        callbacks->PutBitmapRowCol(bitmap, buffer, call.row, call.column, call.count, callbacks->pUserData);
-    if (result != 0) return static_cast<int64_t>(result);
-  }
-  if (!IsInside(*bitmap, call)) return kInvalidParameter;
-  const uint32_t offset = ColumnOffset(call.column, bitmap->BitsPerPixel);
-  return StorageOf(*bitmap).write(*bitmap, static_cast<const uint8_t*>(buffer), call.row, offset, call.count);
+int64_t Put(BITMAPHANDLE* bitmap, const void* buffer, const RowPart& part, const char* name) noexcept {
+  V_TRY(CheckCall(bitmap, buffer, name));
+  return PutRowPart(*bitmap, buffer, part);
 }
 
 }  // namespace
+
+int64_t GetRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept {
+  if (const auto* callbacks = DataCallbacks(bitmap); callbacks && callbacks->GetBitmapRowCol) {
+    const uint64_t result =
+        callbacks->GetBitmapRowCol(&bitmap, buffer, part.row, part.column, part.count, callbacks->pUserData);
+    if (result != 0) return static_cast<int64_t>(result);
+  }
+  const Storage& storage = StorageOf(bitmap);
+  if (&storage == &kNoStorage) return kNoMemory;
+  if (!IsInside(bitmap, part)) return kInvalidParameter;
+  const uint32_t offset = ColumnOffset(part.column, bitmap.BitsPerPixel);
+  return storage.read(bitmap, static_cast<uint8_t*>(buffer), part.row, offset, part.count);
+}
+
+int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part) noexcept {
+  if (const auto* callbacks = DataCallbacks(bitmap); callbacks && callbacks->PutBitmapRowCol) {
+    const uint64_t result =
+        callbacks->PutBitmapRowCol(&bitmap, buffer, part.row, part.column, part.count, callbacks->pUserData);
+    if (result != 0) return static_cast<int64_t>(result);
+  }
+  const Storage& storage = StorageOf(bitmap);
+  if (&storage == &kNoStorage) return kNoMemory;
+  if (!IsInside(bitmap, part)) return kInvalidParameter;
+  const uint32_t offset = ColumnOffset(part.column, bitmap.BitsPerPixel);
+  return storage.write(bitmap, static_cast<const uint8_t*>(buffer), part.row, offset, part.count);
+}
+
+int32_t GetWholeRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept {
+  const int64_t got = GetRowPart(bitmap, buffer, part);
+  if (got < 0) return static_cast<int32_t>(got);
+  return static_cast<uint64_t>(got) >= part.count ? kSuccess : kNoMemory;
+}
+
 }  // namespace vexakrn
 
 using namespace vexakrn;
 
 int64_t V_CALL V_GetBitmapRow(BITMAPHANDLE* bitmap, void* buffer, int32_t row, uint64_t count) noexcept {
-  return Get(bitmap, buffer, {"V_GetBitmapRow", row, 0, count});
+  return Get(bitmap, buffer, {row, 0, count}, "V_GetBitmapRow");
 }
 
 int64_t V_CALL V_PutBitmapRow(BITMAPHANDLE* bitmap, const void* buffer, int32_t row, uint64_t count) noexcept {
-  return Put(bitmap, buffer, {"V_PutBitmapRow", row, 0, count});
+  return Put(bitmap, buffer, {row, 0, count}, "V_PutBitmapRow");
 }
 
 int64_t V_CALL V_GetBitmapRowCol(BITMAPHANDLE* bitmap, void* buffer, int32_t row, int32_t column,
                                  uint64_t count) noexcept {
-  return Get(bitmap, buffer, {"V_GetBitmapRowCol", row, column, count});
+  return Get(bitmap, buffer, {row, column, count}, "V_GetBitmapRowCol");
 }
 
 int64_t V_CALL V_PutBitmapRowCol(BITMAPHANDLE* bitmap, const void* buffer, int32_t row, int32_t column,
                                  uint64_t count) noexcept {
-  return Put(bitmap, buffer, {"V_PutBitmapRowCol", row, column, count});
+  return Put(bitmap, buffer, {row, column, count}, "V_PutBitmapRowCol");
 }

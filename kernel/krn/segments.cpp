@@ -7,6 +7,8 @@
 #include "common/buffer.h"
 #include "common/packed.h"
 #include "common/record.h"
+#include "krn/diagnostics.h"
+#include "krn/rowcol.h"
 #include "vexakrn/rows.h"
 
 namespace vexakrn {
@@ -47,17 +49,16 @@ int64_t PutSegment(BITMAPHANDLE& bitmap, const BITMAPROWSEGMENT& segment, int32_
   const int32_t bits = bitmap.BitsPerPixel;
   const Span span = SpanOf(segment, bits);
   const auto bytes = static_cast<uint64_t>(span.bytes);
-  if (span.aligned) return V_PutBitmapRowCol(&bitmap, segment.data, row, segment.column, bytes);
+  if (span.aligned) return PutRowPart(bitmap, segment.data, {row, segment.column, bytes});
 
   const int32_t origin = segment.column / 8 * 8;
   const auto lead =
       static_cast<uint64_t>(span.firstByte) - static_cast<uint64_t>(origin / 8) * static_cast<uint32_t>(bits);
   const Buffer<uint8_t> touched(lead + bytes);
   if (!touched) return kNoMemory;
-  const int64_t read = V_GetBitmapRowCol(&bitmap, touched.data(), row, origin, lead + bytes);
-  if (read < 0) return read;
+  V_TRY(GetWholeRowPart(bitmap, touched.data(), {row, origin, lead + bytes}));
   LayPixels(segment, bits, origin, touched.data());
-  return V_PutBitmapRowCol(&bitmap, touched.data() + lead, row, segment.column, bytes);
+  return PutRowPart(bitmap, touched.data() + lead, {row, segment.column, bytes});
 }
 
 }  // namespace
@@ -69,7 +70,7 @@ int64_t V_CALL V_PutBitmapRowSegments(BITMAPHANDLE* bitmap, const BITMAPROWSEGME
                                       int32_t row) noexcept {
   if (!bitmap || !segments || count < 0) return kInvalidParameter;
   V_TRY(CheckRecord(bitmap));
-  if (row < 0 || row >= bitmap->Height) return kInvalidParameter;
+  if (LockCount(*bitmap) < 1) TraceLockCount("V_PutBitmapRowSegments", *bitmap, "\r\n");
   for (int32_t i = 0; i < count; ++i)
     if (!IsInside(segments[i], bitmap->Width)) return kInvalidParameter;
 

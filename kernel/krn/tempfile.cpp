@@ -24,6 +24,7 @@ class OpenedFile {
 
   explicit operator bool() const noexcept { return file_ != -1; }
   intptr_t Get() const noexcept { return file_; }
+  void Forget() noexcept { file_ = -1; }
   bool Close() noexcept {
     const intptr_t file = std::exchange(file_, -1);
     return file == -1 || V_RedirectedClose(file) == 0;
@@ -69,11 +70,17 @@ intptr_t V_CALL V_RedirectedTempFileOpenA(const char* path, uint32_t mode) noexc
 
 int32_t V_CALL V_RedirectedTempFileCopy(const char* from, const char* to) noexcept {
   if (!from || !to) return kNullPointer;
+  // Creating the target would empty the source.
   if (std::strcmp(from, to) == 0) return kInvalidParameter;
+  if (!RedirectTable().open && platform::SameFile(from, to)) return kInvalidParameter;
   OpenedFile source(V_RedirectedOpen(from, V_OpenRead));
   if (!source) return kFileRead;
   OpenedFile target(V_RedirectedTempFileOpenA(to, V_OpenWrite | V_OpenCreate));
   if (!target) return CreationFailure();
+  if (target.Get() == source.Get()) {  // one memory stream, whatever the names
+    target.Forget();
+    return kInvalidParameter;
+  }
   int32_t status = CopyContents(source.Get(), target.Get());
   if (!target.Close() && status == kSuccess) status = kNoMemory;
   // There is no function of the host's to delete with; the system's would look for a file of that name elsewhere.

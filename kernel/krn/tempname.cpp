@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
 
 #include "common/status.h"
 #include "krn/tempdir.h"
@@ -133,6 +134,8 @@ using namespace vexakrn;
 int32_t V_CALL V_GetTempFileNameUTF8(char* buffer, uint32_t capacity, uint32_t mode, const char* directory,
                                      const char* prefix, const char* extension, uint32_t flags) noexcept {
   if (!buffer) return kNullPointer;
+  for (const char* part : {directory, prefix, extension})
+    if (part && std::less_equal<>{}(buffer, part) && std::less<>{}(part, buffer + capacity)) return kInvalidParameter;
   if (capacity != 0) buffer[0] = '\0';
   NameParts parts;
   V_TRY(FillParts(parts, directory, prefix, extension));

@@ -60,12 +60,14 @@ void ShrinkTiles(TileTable& table, int32_t newHeight) noexcept {
 // Makes the tiles after the old last one. Those in memory come first, so once there is a file all new ones go there.
 // The file may be longer than its tiles after a cut that failed; what lies there is stale and is cut off first.
 int32_t AppendTiles(TileTable& table, uint32_t newCount) noexcept {
-  int32_t status = kSuccess;
-  if (table.file == platform::kNoFile)
-    while (table.conventionalTiles < newCount && status == kSuccess)
-      status = MakeConventionalTile(table, table.conventionalTiles);
+  if (table.file == platform::kNoFile) {
+    const uint64_t dataSize = static_cast<uint64_t>(table.pitch) * static_cast<uint32_t>(table.height);
+    const uint32_t conventional = ChooseConventionalTiles(table, newCount, dataSize);
+    while (table.conventionalTiles < conventional)
+      if (MakeConventionalTile(table, table.conventionalTiles) != kSuccess) break;
+  }
   if (table.conventionalTiles == newCount) return kSuccess;
-  if (table.noDisk) return kNoMemory;
+  if (table.context.noDisk) return kNoMemory;
 
   const uint64_t bytes = (newCount - table.conventionalTiles) * table.slotBytes;
   if (table.file == platform::kNoFile) {

@@ -21,19 +21,6 @@ uint32_t TilesByThreshold(int32_t threshold, uint32_t count) noexcept {
   return static_cast<uint32_t>(PercentOf(count, static_cast<uint32_t>(-threshold)));
 }
 
-// How many tiles go to memory. All, if they may and fit; else what the limit allows, and of the account only half, so
-// that room for views is left. Where disk is forbidden there is no choice: only the fifth threshold counts, and it
-// decides between all and failure.
-uint32_t ChooseConventionalTiles(const TileTable& table, uint64_t dataSize, const AllocationContext& context) noexcept {
-  const uint32_t allowed = TilesByThreshold(context.tilesInMemory, table.tileCount);
-  if (context.noDisk) return allowed;
-  const uint64_t available = AvailableMemory();
-  const bool allFit = allowed == table.tileCount && dataSize <= context.conventionalLimit && dataSize <= available;
-  if (allFit) return allowed;
-  const uint64_t room = std::min(context.conventionalLimit, available / 2);
-  return static_cast<uint32_t>(std::min<uint64_t>(allowed, room / table.slotBytes));
-}
-
 TileTable* MakeTable(const BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept {
   const uint64_t wanted = static_cast<uint64_t>(context.tileSize) / bitmap.BytesPerLine;
   const auto rows = static_cast<uint32_t>(std::clamp<uint64_t>(wanted, 1, static_cast<uint32_t>(bitmap.Height)));
@@ -50,8 +37,7 @@ TileTable* MakeTable(const BITMAPHANDLE& bitmap, const AllocationContext& contex
   table->rowsPerTile = rows;
   table->pitch = bitmap.BytesPerLine;
   table->height = bitmap.Height;
-  table->noDisk = context.noDisk;
-  table->tileSize = context.tileSize;
+  table->context = context;
   table->file = platform::kNoFile;
   table->slotBytes = static_cast<uint64_t>(rows) * table->pitch;
   table->maxViewBytes = std::max(kDefaultViewBytes, table->slotBytes);
@@ -74,7 +60,7 @@ int32_t FillTable(TileTable& table, uint32_t conventional) noexcept {
     status = MakeConventionalTile(table, table.conventionalTiles);
   const uint32_t left = table.tileCount - table.conventionalTiles;
   if (left == 0) return kSuccess;
-  if (table.noDisk) return status != kSuccess ? status : kNoMemory;
+  if (table.context.noDisk) return status != kSuccess ? status : kNoMemory;
   const uint64_t bytes = left * table.slotBytes;
   V_TRY(CreateScratchFile(bytes, &table.file));
   table.fileBytes = bytes;
@@ -84,7 +70,7 @@ int32_t FillTable(TileTable& table, uint32_t conventional) noexcept {
 int32_t AllocateTiles(BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept {
   TileTable* table = MakeTable(bitmap, context);
   if (!table) return kNoMemory;
-  const int32_t status = FillTable(*table, ChooseConventionalTiles(*table, DataSize(bitmap), context));
+  const int32_t status = FillTable(*table, ChooseConventionalTiles(*table, table->tileCount, DataSize(bitmap)));
   if (status != kSuccess) {
     FreeTable(table);
     return status;
@@ -151,6 +137,18 @@ uint32_t TileRows(const TileTable& table, uint32_t index) noexcept {
 
 uint64_t TileBytes(const TileTable& table, uint32_t index) noexcept {
   return static_cast<uint64_t>(TileRows(table, index)) * table.pitch;
+}
+
+uint32_t ChooseConventionalTiles(const TileTable& table, uint32_t tileCount, uint64_t dataSize) noexcept {
+  const AllocationContext& context = table.context;
+  const uint32_t allowed = TilesByThreshold(context.tilesInMemory, tileCount);
+  if (context.noDisk) return allowed;
+  const uint64_t held = table.conventionalTiles * table.slotBytes;
+  const uint64_t available = SaturatingAdd(AvailableMemory(), held);
+  const bool allFit = allowed == tileCount && dataSize <= context.conventionalLimit && dataSize <= available;
+  if (allFit) return allowed;
+  const uint64_t room = std::min(context.conventionalLimit, available / 2);
+  return static_cast<uint32_t>(std::min<uint64_t>(allowed, room / table.slotBytes));
 }
 
 int32_t MakeConventionalTile(TileTable& table, uint32_t index) noexcept {

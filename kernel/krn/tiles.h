@@ -30,8 +30,7 @@ struct TileTable {
   uint32_t conventionalTiles;
   uint32_t pitch;
   int32_t height;
-  bool noDisk;
-  int64_t tileSize;  // as asked for
+  AllocationContext context;  // the settings it was allocated under
   platform::File file;
   void* fileMapping;
   uint64_t fileBytes;

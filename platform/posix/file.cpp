@@ -194,6 +194,13 @@ int32_t CloseFile(File file) noexcept {
 
 int32_t DeleteFile(const char* path) noexcept { return unlink(path) == 0 ? 0 : LastError(); }
 
+bool SameFile(const char* a, const char* b) noexcept {
+  struct stat first {
+  }, second{};
+  return stat(a, &first) == 0 && stat(b, &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
 bool PathExists(const char* path) noexcept {
   struct stat status {};
   return lstat(path, &status) == 0;
@@ -208,6 +215,6 @@ int32_t TemporaryPath(char* buffer, size_t capacity) noexcept {
 }
 
 bool IsAccessDenied(int32_t error) noexcept { return error == EACCES || error == EPERM || error == EROFS; }
-bool IsNotFound(int32_t error) noexcept { return error == ENOENT; }
+bool IsNotFound(int32_t error) noexcept { return error == ENOENT || error == ENOTDIR; }
 
 }  // namespace vexakrn::platform

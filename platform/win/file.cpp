@@ -225,6 +225,23 @@ int32_t DeleteByName(const char* path) noexcept {
   return DeleteFileW(wide.Text()) ? 0 : RefusalOf(wide);
 }
 
+bool SameFile(const char* a, const char* b) noexcept {
+  const char* paths[] = {a, b};
+  BY_HANDLE_FILE_INFORMATION info[2] = {};
+  for (int i = 0; i < 2; ++i) {
+    const WidePath wide(paths[i]);
+    if (wide.Error() != 0) return false;
+    constexpr DWORD kAnyUse = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE file = CreateFileW(wide.Text(), 0, kAnyUse, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const BOOL known = GetFileInformationByHandle(file, &info[i]);
+    CloseHandle(file);
+    if (!known) return false;
+  }
+  return info[0].dwVolumeSerialNumber == info[1].dwVolumeSerialNumber &&
+         info[0].nFileIndexHigh == info[1].nFileIndexHigh && info[0].nFileIndexLow == info[1].nFileIndexLow;
+}
+
 bool PathExists(const char* path) noexcept {
   const WidePath wide(path);
   return wide.Error() == 0 && GetFileAttributesW(wide.Text()) != INVALID_FILE_ATTRIBUTES;

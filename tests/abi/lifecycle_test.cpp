@@ -383,9 +383,11 @@ TEST(Access, UnbalancedUseIsTraced) {
   EXPECT_EQ(V_PutBitmapRow(bitmap, row, 0, 4), 4);
   EXPECT_EQ(V_GetBitmapRowCol(bitmap, row, 0, 0, 4), 4);
   EXPECT_EQ(V_PutBitmapRowCol(bitmap, row, 0, 0, 4), 4);
+  EXPECT_EQ(V_PutBitmapRowSegments(bitmap, &segment, 1, 0), 4);
   EXPECT_EQ(trace.Take(),
             (Lines{"V_GetBitmapRow|pBitmap->nLockCount = 0\r\n", "V_PutBitmapRow|pBitmap->nLockCount = 0\r\n",
-                   "V_GetBitmapRowCol|pBitmap->nLockCount = 0\r\n", "V_PutBitmapRowCol|pBitmap->nLockCount = 0\r\n"}));
+                   "V_GetBitmapRowCol|pBitmap->nLockCount = 0\r\n", "V_PutBitmapRowCol|pBitmap->nLockCount = 0\r\n",
+                   "V_PutBitmapRowSegments|pBitmap->nLockCount = 0\r\n"}));
   {
     Access access(bitmap);
     EXPECT_EQ(V_GetBitmapRow(bitmap, row, 0, 4), 4);

@@ -263,12 +263,17 @@ TEST(MemoryInfoReport, CountsTilesByTheFifthThreshold) {
     ASSERT_EQ(ReadInfo(bitmap, info), 1);
     EXPECT_EQ(info.totalTiles, 10);
     EXPECT_EQ(info.conventionalTiles, c.inMemory) << "fifth threshold " << c.fifth;
+    // The threshold holds for tiles that a growth adds, too.
+    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 3 * static_cast<BITMAPHANDLE*>(bitmap)->Height), 1);
+    ASSERT_EQ(ReadInfo(bitmap, info), 1);
+    EXPECT_EQ(info.totalTiles, 30);
+    EXPECT_LE(info.conventionalTiles, c.fifth > 0 ? c.fifth : c.fifth == 0 ? 30 : 30 * -c.fifth / 100) << c.fifth;
   }
 }
 
 TEST(MemoryInfoReport, NeedsAnAllocatedRecordAndNoOutputs) {
   MemoryInfo info;
-  EXPECT_EQ(ReadInfo(nullptr, info), -13);
+  EXPECT_EQ(ReadInfo(nullptr, info), -2);
   Bitmap bitmap;
   EXPECT_EQ(ReadInfo(bitmap, info), -789);
   bitmap.Init(8, 8, 8);

@@ -435,6 +435,31 @@ TEST_F(MemStream, AHostsTableComesBackAfterAStream) {
 
 // --- pseudo names and blocks --------------------------------------------------------------------------------------
 
+TEST_F(MemStream, TablesThatOutliveTheirStreamOpenNothing) {
+  void* outer = nullptr;
+  ASSERT_EQ(V_StartRedirectToBuffer(&outer, nullptr, V_StreamHeap, nullptr, 0, 0), 1);
+  REDIRECTFUNCTIONS kept;
+  ASSERT_EQ(V_GetRedirectFunctions(&kept), 1);
+  REDIRECTFUNCTIONS host = kept;
+  host.open = [](const char*, uint32_t, void*) -> intptr_t { return 77; };
+  host.openData = nullptr;
+  ASSERT_EQ(V_UpdateRedirectFunctions(&host, 1), 1);  // a host's own open above the outer stream, below the inner one
+  void* inner = nullptr;
+  ASSERT_EQ(V_StartRedirectToBuffer(&inner, nullptr, V_StreamHeap, nullptr, 0, 0), 1);
+  ASSERT_EQ(V_StopRedirectToBuffer(outer, nullptr, nullptr, nullptr), 1);
+  const intptr_t file = V_RedirectedOpen("x", V_OpenRead);
+  EXPECT_EQ(file, reinterpret_cast<intptr_t>(inner));
+  ASSERT_EQ(V_StopRedirectToBuffer(inner, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(V_RedirectedOpen("x", V_OpenRead), 77);
+  char byte = 0;
+  EXPECT_EQ(V_RedirectedRead(file, &byte, 1), -1);
+
+  ASSERT_EQ(V_SetRedirectFunctions(&kept), 1);
+  EXPECT_EQ(V_RedirectedOpen("x", V_OpenRead), -1);
+  EXPECT_EQ(V_RedirectedRead(file, &byte, 1), -1);
+  EXPECT_EQ(V_RedirectIO(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 1);
+}
+
 TEST_F(MemStream, AnyNameOpensTheStreamPseudoNamesIncluded) {
   char text[] = "in memory";
   void* block = V_ReallocBuffer(nullptr, sizeof(text));

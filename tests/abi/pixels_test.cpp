@@ -246,10 +246,10 @@ TEST(PixelColor, DeepGrayIsBroughtToEightBitsFromItsRange) {
 TEST(PixelColor, RefusalsNameTheirReason) {
   Bitmap bitmap;
   uint32_t color = 0;
-  EXPECT_EQ(V_GetPixelColor(nullptr, 0, 0, &color), -13);
-  EXPECT_EQ(V_PutPixelColor(nullptr, 0, 0, 0), -13);
-  EXPECT_EQ(V_GetPixelData(nullptr, &color, 0, 0, 4), -13);
-  EXPECT_EQ(V_PutPixelData(nullptr, &color, 0, 0, 4), -13);
+  EXPECT_EQ(V_GetPixelColor(nullptr, 0, 0, &color), -2);
+  EXPECT_EQ(V_PutPixelColor(nullptr, 0, 0, 0), -2);
+  EXPECT_EQ(V_GetPixelData(nullptr, &color, 0, 0, 4), -2);
+  EXPECT_EQ(V_PutPixelData(nullptr, &color, 0, 0, 4), -2);
   EXPECT_EQ(V_GetPixelColor(bitmap, 0, 0, &color), -789);
   EXPECT_EQ(V_PutPixelColor(bitmap, 0, 0, 0), -789);
   EXPECT_EQ(V_GetPixelData(bitmap, &color, 0, 0, 4), -789);

@@ -266,7 +266,7 @@ TEST_P(RowStorage, RefusedHeightChangesNothing) {
 
 TEST(HeightChange, NeedsStorageAndRoom) {
   AccountBalance balance;
-  EXPECT_EQ(V_ChangeBitmapHeight(nullptr, 5), -13);
+  EXPECT_EQ(V_ChangeBitmapHeight(nullptr, 5), -2);
   Bitmap bitmap;
   EXPECT_EQ(V_ChangeBitmapHeight(bitmap, 5), -789);
   bitmap.Init(1000, 10, 8);

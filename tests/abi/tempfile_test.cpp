@@ -296,6 +296,8 @@ TEST_F(TempFiles, CopiesReplaceTheTarget) {
     EXPECT_TRUE(ReadAll(to) == bytes) << size;
     EXPECT_TRUE(ReadAll(from) == bytes) << size;
   }
+  EXPECT_EQ(V_RedirectedTempFileCopy(from.c_str(), (folder_ / "./from \xC3\xA9").c_str()), -13) << "onto itself";
+  EXPECT_EQ(ReadAll(from).size(), 1000003u);
   std::filesystem::remove(FromUtf8(to));
   EXPECT_EQ(V_RedirectedTempFileCopy((folder_ / "none").c_str(), to.c_str()), -7);
   EXPECT_EQ(V_RedirectedTempFileCopy(folder_.Name().c_str(), to.c_str()), -7) << "a directory cannot be copied";
