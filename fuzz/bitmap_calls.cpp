@@ -130,7 +130,8 @@ void Slot::Init(Input& input) {
   const int32_t status =
       V_InitBitmapWithCallbacks(Get(), layout, width, height, bits, input.OneIn(5) ? &table : nullptr);
   Check(status == 1 || (DataSize() == 0 && Get()->Width == 0), "a refused record is empty");
-  Check(Get()->uStructSize == layout && !IsAllocated(), "a new record");
+  Check(Get()->uStructSize == (status == V_StatusMemoryTooLow ? 0 : layout) && !IsAllocated(), "a new record");
+  if (status == V_StatusMemoryTooLow) Renew(layout);
 }
 
 void Slot::Create(Input& input) {
@@ -152,6 +153,7 @@ void Slot::Create(Input& input) {
       user_.empty() ? nullptr : user_.data(), input.OneIn(8) ? input.Number<uint16_t>() : user_.size(),
       input.OneIn(5) && layout == V_BITMAPHANDLE_SIZE ? &table : nullptr);
   Check((status == 1) == IsAllocated(), "a created bitmap is allocated, and only then");
+  if (status == V_StatusMemoryTooLow) Renew(layout);
   if (status != 1) return;
   if (!(request & V_MemoryUser)) {
     bytes_.emplace(size, uint8_t{0});

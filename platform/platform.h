@@ -103,7 +103,7 @@ bool UnlockBlock(void* block) noexcept;  // false: it was not locked
 uint64_t BlockSize(void* block) noexcept;
 
 bool SameFile(const char* a, const char* b) noexcept;  // two names of one existing file
-bool PathExists(const char* path) noexcept;  // of any kind, a dangling link included
+bool PathExists(const char* path) noexcept;            // of any kind, a dangling link included
 uint32_t ProcessId() noexcept;
 uint32_t ThreadId() noexcept;
 void SleepMilliseconds(uint32_t ms) noexcept;

@@ -211,7 +211,7 @@ VEXAKRN_STATIC_ASSERT(sizeof(BITMAPOVERLAY) == 24, "part of the interface");
  * Width, height and depth all 0 give an empty record. `bitmap` must not hold storage: it is overwritten.
  * Returns 1; -13 null record; -789 bad size (or callbacks for the older layout); -11 negative dimension; -27
  * unsupported depth; -3 a data size that the older layout cannot hold; -1 no memory for the callback table.
- * On -27 the record stays zero apart from its size. */
+ * On -27 the record stays zero apart from its size, on -3 it is zero as a whole. */
 V_API int32_t V_CALL V_InitBitmap(BITMAPHANDLE* bitmap, uint32_t structSize, int32_t width, int32_t height,
                                   int32_t bitsPerPixel) V_NOEXCEPT;
 

@@ -71,6 +71,10 @@ int64_t V_CALL V_PutBitmapRowSegments(BITMAPHANDLE* bitmap, const BITMAPROWSEGME
   if (!bitmap || !segments || count < 0) return kInvalidParameter;
   V_TRY(CheckRecord(bitmap));
   if (LockCount(*bitmap) < 1) TraceLockCount("V_PutBitmapRowSegments", *bitmap, "\r\n");
+  // A host that keeps the rows judges the row itself.
+  const auto* callbacks = DataCallbacks(*bitmap);
+  const bool hostKeepsRows = callbacks && callbacks->PutBitmapRowCol;
+  if (!hostKeepsRows && (row < 0 || row >= bitmap->Height)) return kInvalidParameter;
   for (int32_t i = 0; i < count; ++i)
     if (!IsInside(segments[i], bitmap->Width)) return kInvalidParameter;
 
