@@ -37,8 +37,8 @@ figcaption { padding: .6rem .8rem .75rem; font-size: .85rem; border-top: 1px sol
 figcaption b { display: block; overflow-wrap: anywhere; }
 figcaption span { color: var(--soft); display: block; }
 .scroll { overflow-x: auto; border: 1px solid var(--line); border-radius: 10px; background: var(--card); }
-table { border-collapse: collapse; width: 100%; font-size: .875rem; font-variant-numeric: tabular-nums; }
-th, td { padding: .34rem .5rem; text-align: left; white-space: nowrap; }
+table { border-collapse: collapse; width: 100%; font-size: .82rem; font-variant-numeric: tabular-nums; }
+th, td { padding: .3rem .4rem; text-align: left; white-space: nowrap; }
 th { white-space: normal; vertical-align: bottom; }
 th.n { min-width: 5.2rem; }
 th { position: sticky; top: 0; background: var(--card); color: var(--soft); font-weight: 600; font-size: .8rem;
@@ -181,7 +181,7 @@ std::string MakePage(const std::vector<Sample>& samples, const std::optional<Big
       "<h2>Storage</h2>\n<p>What the engine really gave, by the record's flags. Times are those of this run: reading "
       "the file into the storage, and writing it out and reading it again.</p>\n<div class=scroll><table><thead>"
       "<tr><th>Image</th><th>Depth</th><th>Perspective</th><th>Asked for</th><th>Got</th><th class=n>Bytes held</th>"
-      "<th class=n>Read, ms</th><th class=n>Write and verify, ms</th><th>Identical</th></tr></thead>\n" +
+      "<th class=n>Read, ms</th><th class=n>Verify, ms</th><th>Identical</th></tr></thead>\n" +
       rows + "</table></div>\n</body>\n</html>\n";
   return html;
 }

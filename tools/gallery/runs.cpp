@@ -135,7 +135,7 @@ Run RunKind(const std::string& path, const std::string& kind, const Pages& refer
       tileBytes = std::max(tileBytes, facts.tileBytes);
       tiles += facts.tiles;
     }
-    if (tiles > 0) run.note = std::to_string(tiles) + " tiles of up to " + std::to_string(tileBytes) + " bytes";
+    if (tiles > 0) run.note = std::to_string(tiles) + " tiles, " + std::to_string(tileBytes) + " bytes at most";
     const Clock writing;
     const Pages back = ThroughStream(pages);
     run.writeMilliseconds = writing.Milliseconds();
