@@ -37,11 +37,11 @@ int64_t GetRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noex
         callbacks->GetBitmapRowCol(&bitmap, buffer, part.row, part.column, part.count, callbacks->pUserData);
     if (result != 0) return static_cast<int64_t>(result);
   }
-  const Storage& storage = StorageOf(bitmap);
-  if (&storage == &kNoStorage) return kNoMemory;
+  const auto read = StorageOf(bitmap).read;
+  if (!read) return kNoMemory;
   if (!IsInside(bitmap, part)) return kInvalidParameter;
   const uint32_t offset = ColumnOffset(part.column, bitmap.BitsPerPixel);
-  return storage.read(bitmap, static_cast<uint8_t*>(buffer), part.row, offset, part.count);
+  return read(bitmap, static_cast<uint8_t*>(buffer), part.row, offset, part.count);
 }
 
 int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part) noexcept {
@@ -50,11 +50,11 @@ int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part
         callbacks->PutBitmapRowCol(&bitmap, buffer, part.row, part.column, part.count, callbacks->pUserData);
     if (result != 0) return static_cast<int64_t>(result);
   }
-  const Storage& storage = StorageOf(bitmap);
-  if (&storage == &kNoStorage) return kNoMemory;
+  const auto write = StorageOf(bitmap).write;
+  if (!write) return kNoMemory;
   if (!IsInside(bitmap, part)) return kInvalidParameter;
   const uint32_t offset = ColumnOffset(part.column, bitmap.BitsPerPixel);
-  return storage.write(bitmap, static_cast<const uint8_t*>(buffer), part.row, offset, part.count);
+  return write(bitmap, static_cast<const uint8_t*>(buffer), part.row, offset, part.count);
 }
 
 int32_t GetWholeRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept {

@@ -7,8 +7,6 @@ namespace vexakrn {
 namespace {
 
 void FreeNothing(BITMAPHANDLE&) noexcept {}
-int64_t ReadNothing(BITMAPHANDLE&, uint8_t*, int32_t, uint32_t, uint64_t) noexcept { return kNoMemory; }
-int64_t WriteNothing(BITMAPHANDLE&, const uint8_t*, int32_t, uint32_t, uint64_t) noexcept { return kNoMemory; }
 
 const Storage& LinearStorageOf(const BITMAPHANDLE& bitmap) noexcept {
   if (HasFlag(bitmap, V_FlagConventionalMemory)) {
@@ -23,7 +21,7 @@ const Storage& LinearStorageOf(const BITMAPHANDLE& bitmap) noexcept {
 int32_t RefuseAllocation(BITMAPHANDLE&, const AllocationContext&) noexcept { return kNoMemory; }
 int32_t RefuseResize(BITMAPHANDLE&, int32_t) noexcept { return kInvalidParameter; }
 
-const Storage kNoStorage = {0, RefuseAllocation, FreeNothing, ReadNothing, WriteNothing, RefuseResize};
+const Storage kNoStorage = {0, RefuseAllocation, FreeNothing, nullptr, nullptr, RefuseResize};
 
 const Storage& StorageOf(const BITMAPHANDLE& bitmap) noexcept {
   if (!HasFlag(bitmap, V_FlagAllocated)) return kNoStorage;

@@ -24,7 +24,7 @@ struct Storage {
   int32_t (*allocate)(BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept;
   void (*free)(BITMAPHANDLE& bitmap) noexcept;
 
-  // Bytes moved, or a status.
+  // Bytes moved, or a status. Null where the engine keeps no data.
   int64_t (*read)(BITMAPHANDLE& bitmap, uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept;
   int64_t (*write)(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept;
 

@@ -151,15 +151,6 @@ TEST_P(AllocationDecisions, FollowSizeAndThresholds) {
   }
 }
 
-TEST(Allocation, NothingIsTooSmallToBeMovedOutOfMemory) {
-  AccountBalance balance;
-  ScopedThresholds thresholds;
-  thresholds.Reserve(-100);
-  Bitmap bitmap;
-  ASSERT_EQ(bitmap.Create(V_MemoryConventional, 1, 1, 1), 1);
-  EXPECT_TRUE(bitmap.StorageFlags() == kTiled || bitmap.StorageFlags() == kDisk) << bitmap.StorageFlags();
-}
-
 TEST(Allocation, TemporaryFilesInMemoryOnlyForbidDisk) {
   AccountBalance balance;
   TempDirectory directory;
@@ -234,14 +225,6 @@ TEST(Allocation, StorageThatIsAllocatedAgainIsReplacedAndZero) {
     EXPECT_EQ(V_AllocateBitmap(bitmap, 1), 1);
     EXPECT_EQ(balance.Taken(), uint64_t{kSize});
   }
-}
-
-TEST(Allocation, DefaultMemoryTypeIsOnlyForCallersWhoAskForIt) {
-  ASSERT_EQ(V_SetDefaultMemoryType(V_MemoryDisk), 1);
-  Bitmap bitmap;
-  EXPECT_EQ(bitmap.Create(V_MemoryConventional, 64, 64, 8), 1);
-  EXPECT_EQ(bitmap.StorageFlags(), kConventional);
-  ASSERT_EQ(V_SetDefaultMemoryType(V_MemoryConventional), 1);
 }
 
 // --- near the handle limit ------------------------------------------------------------------------------------------
@@ -333,15 +316,6 @@ TEST(AllocationHook, SeesTheRecordAndDecides) {
   state.result = -55;
   EXPECT_EQ(other.Create(V_MemoryConventional, 4, 4, 8), -55);
   EXPECT_EQ(other.StorageFlags(), 0u);
-}
-
-TEST(AllocationHook, IsNotAskedAboutRecordsWithoutData) {
-  HookState state;
-  ScopedAllocateHook hook(&AllocationSeen, &state);
-  Bitmap bitmap;
-  bitmap.Init(0, 5, 8);
-  EXPECT_EQ(V_AllocateBitmap(bitmap, 1), -11);
-  EXPECT_EQ(state.calls, 0);
 }
 
 TEST(AllocationCallback, MayKeepTheDataChangeTheRequestOrRefuse) {

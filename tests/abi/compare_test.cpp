@@ -78,30 +78,6 @@ TEST(Compare, NamesEachDifferingFieldWithItsValues) {
   EXPECT_EQ(Compare(a, b).status, 1) << "the unnamed flags are not compared";
 }
 
-// Equal pixels are equal in any storage; where they are kept shows in the flags alone.
-TEST(Compare, SeesThroughStorage) {
-  const std::vector<uint8_t> pixels = Random(1).Bytes(40 * 9);
-  for (const StorageKind& kind : kStorageKinds) {
-    SCOPED_TRACE(kind.name);
-    StoredBitmap a(kConventionalKind, kCurrentLayout, 40, 9, 8), b(kind, kCurrentLayout, 40, 9, 8);
-    WritePixels(a, pixels);
-    WritePixels(b, pixels);
-    const Comparison equal = Compare(a, b);
-    EXPECT_EQ(equal.text.find("V_GetBitmapRow"), std::string::npos) << equal.text;
-    EXPECT_EQ(equal.text.find("Width"), std::string::npos) << equal.text;
-    if (kind.flags == kConventionalKind.flags) {
-      EXPECT_EQ(equal.status, 1) << equal.text;
-    }
-    if (kind.IsTiled()) {
-      EXPECT_NE(equal.text.find("\n Flags.Tiled\t0\t1"), std::string::npos) << equal.text;
-    }
-    EXPECT_EQ(V_PutPixelColor(b, 8, 39, 0x01000000u | (pixels[8 * 40 + 39] ^ 1u)), 1);
-    const Comparison other = Compare(a, b);
-    EXPECT_EQ(other.status, 0);
-    EXPECT_NE(other.text.find("\n V_GetBitmapRow"), std::string::npos) << other.text;
-  }
-}
-
 // Bits behind the last pixel of a row are nobody's.
 TEST(Compare, RowsEndWithTheirLastPixel) {
   for (const int32_t bits : kDepths) {
@@ -121,26 +97,6 @@ TEST(Compare, RowsEndWithTheirLastPixel) {
     WritePixels(b, pixels);
     EXPECT_EQ(Compare(a, b).text.find("\n V_GetBitmapRow"), 0u);
   }
-}
-
-TEST(Compare, TablesAreComparedEntryByEntry) {
-  Bitmap a, b;
-  ASSERT_EQ(a.Create(1, 4, 4, 4), 1);
-  ASSERT_EQ(b.Create(1, 4, 4, 4), 1);
-  EXPECT_EQ(Compare(a, b).text, "");
-  b->pPalette[15].rgbBlue ^= 1;
-  EXPECT_EQ(Compare(a, b).text.find("\n pPalette\t"), 0u) << Compare(a, b).text;
-  for (Bitmap* bitmap : {&a, &b}) {
-    (*bitmap)->pLUT = V_CreateGrayPalette(4);
-    (*bitmap)->LUTLength = 16;
-  }
-  b->pLUT[7].rgbRed ^= 1;
-  ASSERT_EQ(V_CopyBitmapPalette(b, a), 1);
-  EXPECT_EQ(Compare(a, b).text.find("\n pLUT\t"), 0u) << Compare(a, b).text;
-  b->pLUT[7].rgbRed ^= 1;
-  EXPECT_EQ(Compare(a, b).status, 1);
-  ASSERT_EQ(V_SetBitmapNewPalette(b, b->pPalette, 15), 1);
-  EXPECT_EQ(Compare(a, b).text, "\n nColors\t16\t15") << "tables of different lengths are not compared";
 }
 
 TEST(Compare, AppendsAndNeverPassesTheEndOfTheText) {

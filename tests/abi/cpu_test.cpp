@@ -57,8 +57,4 @@ TEST_F(CpuLevel, TheEnvironmentLowersItFromTheStart) {
   vexatest::SetEnvironment(kVariable, old ? saved.c_str() : nullptr);
 }
 
-TEST(Version, IsTheHeaders) {
-  EXPECT_EQ(V_GetVersion(), VEXAKRN_VERSION_MAJOR << 16 | VEXAKRN_VERSION_MINOR << 8 | VEXAKRN_VERSION_PATCH);
-}
-
 }  // namespace

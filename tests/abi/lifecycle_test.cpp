@@ -81,22 +81,6 @@ TEST_P(RecordLayouts, InitialisationRefusesWhatNoBitmapCanBe) {
   }
 }
 
-// Neither dimension nor depth is at fault: there is just no data. Such a record can be initialised, not allocated.
-TEST_P(RecordLayouts, RecordWithoutDataCannotBeAllocated) {
-  AccountBalance balance;
-  struct Case {
-    int32_t width, height, bits;
-  };
-  for (const Case& c : {Case{0, 5, 8}, Case{5, 0, 8}, Case{0, 0, 1}, Case{0, 0, 0}}) {
-    Bitmap bitmap(GetParam());
-    ASSERT_EQ(bitmap.Init(c.width, c.height, c.bits), 1);
-    EXPECT_EQ(bitmap.DataSize(), 0u);
-    const auto before = bitmap.Snapshot();
-    EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), -11);
-    EXPECT_EQ(bitmap.Snapshot(), before);
-  }
-}
-
 // The row length has 32 bits and wraps: such a record is filled as defined and refused when it asks for storage.
 TEST_P(RecordLayouts, RowLengthThatDoesNotFit32BitsIsRefusedAtAllocation) {
   struct Case {
@@ -134,23 +118,6 @@ TEST(OlderLayout, HoldsSizesUpToItsLimit) {
     EXPECT_EQ(Field(current->Size64), size);
     EXPECT_EQ(current->Size32, static_cast<uint32_t>(size));
   }
-}
-
-TEST(Defaults, AreThoseOfTheThread) {
-  EXPECT_EQ(V_SetDefaultResolution(72, 73), 1);
-  EXPECT_EQ(V_SetDefaultDithering(5), 1);
-  EXPECT_EQ(V_SetDefaultDithering(9), -13);
-  EXPECT_EQ(V_SetDefaultDithering(-1), -13);
-  EXPECT_EQ(V_GetDefaultXResolution(), 72);
-  EXPECT_EQ(V_GetDefaultYResolution(), 73);
-  EXPECT_EQ(V_GetDefaultDithering(), 5);
-  Bitmap bitmap;
-  bitmap.Init(1, 1, 8);
-  EXPECT_EQ(bitmap->XResolution, 72);
-  EXPECT_EQ(bitmap->YResolution, 73);
-  EXPECT_EQ(bitmap->DitherMethod, 5);
-  V_SetDefaultResolution(0, 0);
-  V_SetDefaultDithering(0);
 }
 
 // --- creation ---------------------------------------------------------------------------------------------------
@@ -304,19 +271,6 @@ TEST(Access, NestsAndWorksOnlyAtTheOutermostLevel) {
   EXPECT_EQ(V_AccessBitmap(nullptr), -814);
   EXPECT_EQ(V_ReleaseBitmap(nullptr), -814);
   EXPECT_EQ(V_ReleaseBitmap(bitmap), -789);
-}
-
-TEST(Access, RowsOfAMovableBlockStartAtItsDataOffset) {
-  StoredBitmap movable(kMovableKind, kCurrentLayout, 16, 4, 8);
-  std::vector<uint8_t> pixels(64, 0x77);
-  WritePixels(movable, pixels);
-  void* handle = movable->Addr.Windows.hMemory;
-  const auto* block = static_cast<const uint8_t*>(V_SysLockBlock(handle));
-  ASSERT_NE(block, nullptr);
-  const auto offset = static_cast<size_t>(movable->DataOffset);
-  EXPECT_EQ(std::count(block, block + offset, 0), static_cast<ptrdiff_t>(offset));
-  EXPECT_EQ(std::count(block + offset, block + offset + 64, 0x77), 64);
-  EXPECT_EQ(V_SysUnlockBlock(handle), 1);
 }
 
 TEST(Access, IntFormsReleaseOnlyWhatTheyLocked) {
@@ -526,23 +480,6 @@ TEST(Duplicate, CarriesAttributesAndAtTheSameDepthWhatBelongsToThePixels) {
         }
         EXPECT_EQ(V_AllocateBitmap(copy, V_MemoryConventional), 1);
       }
-}
-
-TEST(Duplicate, RefusesWhatInitialisationRefuses) {
-  Bitmap source, copy;
-  ASSERT_EQ(source.Create(V_MemoryConventional, 9, 5, 8), 1);
-  const auto before = source.Snapshot();
-  EXPECT_EQ(V_DupBitmapNewDim(nullptr, source, 284, 3, 2, 0), -13);
-  EXPECT_EQ(V_DupBitmapNewDim(copy, nullptr, 284, 3, 2, 0), -13);
-  EXPECT_EQ(V_DupBitmapNewDim(source, source, 284, 3, 2, 0), -13);
-  EXPECT_EQ(V_DupBitmapNewDim(copy, source, 200, 3, 2, 0), -789);
-  EXPECT_EQ(V_DupBitmapNewDim(copy, source, 284, -3, 2, 0), -11);
-  EXPECT_EQ(V_DupBitmapNewDim(copy, source, 284, 3, 2, 11), -27);
-  Bitmap older(kOlderLayout);
-  EXPECT_EQ(V_DupBitmapNewDim(older, source, 228, 0x10000, 0x10000, 8), -3);
-  Bitmap garbage;
-  EXPECT_EQ(V_DupBitmapNewDim(copy, garbage, 284, 3, 2, 0), -789);
-  EXPECT_EQ(source.Snapshot(), before);
 }
 
 TEST_P(RecordLayouts, FreedRecordOwnsNothingAndCanBeFreedAgain) {

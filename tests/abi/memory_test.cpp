@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <thread>
 
 #include "support/bitmap.h"
 #include "support/random.h"
@@ -80,32 +79,6 @@ TEST(MemoryThresholds, AreStoredInOrderUpToTheFirstRefusedOne) {
   EXPECT_EQ(tileSize, 30);
 }
 
-TEST(MemorySettings, BelongToTheThread) {
-  ScopedThresholds scoped;
-  ASSERT_EQ(V_SetMemoryThresholds(1, 2, 3, 4, 5, 31), 1);
-  ASSERT_EQ(V_SetDefaultMemoryType(128), 1);
-  ASSERT_EQ(V_SetDefaultResolution(11, 12), 1);
-  Thresholds first, second;
-  uint32_t type = 0;
-  int32_t resolution = -1;
-  std::thread([&] {
-    first = ReadThresholds();
-    V_GetDefaultMemoryType(&type);
-    resolution = V_GetDefaultXResolution();
-    V_SetMemoryThresholds(6, 7, 8, 9, 10, 31);
-    V_SetDefaultResolution(13, 14);
-    second = ReadThresholds();
-  }).join();
-  EXPECT_EQ(first, (Thresholds{0, 0, 0, 0, 0})) << "a new thread starts with the defaults";
-  EXPECT_EQ(type, 1u);
-  EXPECT_EQ(resolution, 0);
-  EXPECT_EQ(second, (Thresholds{6, 7, 8, 9, 10}));
-  EXPECT_EQ(ReadThresholds(), (Thresholds{1, 2, 3, 4, 5})) << "another thread's settings are its own";
-  EXPECT_EQ(V_GetDefaultXResolution(), 11);
-  V_SetDefaultMemoryType(1);
-  V_SetDefaultResolution(0, 0);
-}
-
 // --- the account ----------------------------------------------------------------------------------------------------
 
 TEST(MemoryAccount, ReservesUpToItsLimit) {
@@ -141,29 +114,6 @@ TEST(MemoryAccount, ReservesUpToItsLimit) {
   EXPECT_EQ(value, static_cast<uint64_t>(INT64_MAX)) << "no limit";
   EXPECT_EQ(V_ManageMemory(4, 0, nullptr), -814);
   for (const int32_t operation : {-1, 6, 100}) EXPECT_EQ(V_ManageMemory(operation, 0, &value), -16) << operation;
-}
-
-TEST(MemoryAccount, ReservationsOfSeveralThreadsNeverPassTheLimit) {
-  AccountBalance balance;
-  ScopedAccountLimit limit(1000);
-  const uint64_t start = UsedMemory();
-  std::vector<std::thread> threads;
-  std::atomic<int64_t> held{0};
-  std::atomic<bool> passed{false};
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back([&, i] {
-      Random random(static_cast<uint64_t>(i));
-      for (int step = 0; step < 2000; ++step) {
-        const uint64_t size = 1 + random.Below(400);
-        if (V_ManageMemory(V_MemoryReserve, size, nullptr) != 1) continue;
-        if (held.fetch_add(static_cast<int64_t>(size)) + static_cast<int64_t>(size) > 1000) passed = true;
-        held.fetch_sub(static_cast<int64_t>(size));
-        V_ManageMemory(V_MemoryReturn, size, nullptr);
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_FALSE(passed);
-  EXPECT_EQ(UsedMemory(), start);
 }
 
 // Tiles take what the account leaves them: never more, and the rows are right all the same.
@@ -269,60 +219,6 @@ TEST(MemoryInfoReport, CountsTilesByTheFifthThreshold) {
     EXPECT_EQ(info.totalTiles, 30);
     EXPECT_LE(info.conventionalTiles, c.fifth > 0 ? c.fifth : c.fifth == 0 ? 30 : 30 * -c.fifth / 100) << c.fifth;
   }
-}
-
-TEST(MemoryInfoReport, NeedsAnAllocatedRecordAndNoOutputs) {
-  MemoryInfo info;
-  EXPECT_EQ(ReadInfo(nullptr, info), -2);
-  Bitmap bitmap;
-  EXPECT_EQ(ReadInfo(bitmap, info), -789);
-  bitmap.Init(8, 8, 8);
-  EXPECT_EQ(ReadInfo(bitmap, info), -2);
-  EXPECT_EQ(V_AllocateBitmap(bitmap, 1), 1);
-  EXPECT_EQ(V_GetBitmapMemoryInfo(bitmap, nullptr, nullptr, nullptr, nullptr, nullptr), 1);
-}
-
-// --- blocks -----------------------------------------------------------------------------------------------------------
-
-TEST(Buffers, KeepTheirContentsUpToTheSmallerSize) {
-  Random random(11);
-  auto* block = static_cast<uint8_t*>(V_ReallocBuffer(nullptr, 1));
-  ASSERT_NE(block, nullptr);
-  std::vector<uint8_t> model(1);
-  block[0] = model[0] = 9;
-  for (int step = 0; step < 50; ++step) {
-    const size_t size = 1 + random.Below(step % 10 == 0 ? 100000 : 300);
-    auto* moved = static_cast<uint8_t*>(V_ReallocBuffer(block, size));
-    ASSERT_NE(moved, nullptr);
-    block = moved;
-    ASSERT_EQ(memcmp(block, model.data(), std::min(size, model.size())), 0);
-    model = random.Bytes(size);
-    memcpy(block, model.data(), size);
-  }
-  if (!kHugeAllocationsAbort) {
-    EXPECT_EQ(V_ReallocBuffer(block, uint64_t{1} << 62), nullptr) << "no memory: the old block stays";
-    EXPECT_EQ(memcmp(block, model.data(), model.size()), 0);
-  }
-  EXPECT_EQ(V_ReallocBuffer(block, 0), nullptr) << "0 bytes free the block";
-  V_FreeBuffer(nullptr);
-}
-
-TEST(MovableBlocks, LockAndUnlockInPairs) {
-  void* block = V_SysAllocBlock(100);
-  ASSERT_NE(block, nullptr);
-  auto* first = static_cast<uint8_t*>(V_SysLockBlock(block));
-  ASSERT_NE(first, nullptr);
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(first[i], 0);
-  first[99] = 7;
-  EXPECT_EQ(V_SysLockBlock(block), first);
-  EXPECT_EQ(V_SysUnlockBlock(block), 1);
-  EXPECT_EQ(first[99], 7);
-  EXPECT_EQ(V_SysUnlockBlock(block), 1);
-  EXPECT_EQ(V_SysUnlockBlock(block), -13) << "not locked";
-  EXPECT_EQ(V_SysUnlockBlock(nullptr), -814);
-  EXPECT_EQ(V_SysLockBlock(nullptr), nullptr);
-  V_SysFreeBlock(block);
-  V_SysFreeBlock(nullptr);
 }
 
 }  // namespace

@@ -67,52 +67,21 @@ TEST(Palettes, FixedAndGrayOnesFollowTheirRules) {
   }
 }
 
-class PaletteLayouts : public testing::TestWithParam<uint32_t> {};
-INSTANTIATE_TEST_SUITE_P(All, PaletteLayouts, testing::ValuesIn(kLayouts),
-                         [](const auto& layout) { return "Size" + std::to_string(layout.param); });
-
-TEST_P(PaletteLayouts, BitmapsKeepCopies) {
-  RGBQUAD entries[256];
-  Random(1).Fill(entries, sizeof(entries));
-  Bitmap bitmap(GetParam()), copy(GetParam());
-  ASSERT_EQ(bitmap.Create(V_MemoryConventional, 4, 4, 8), 1);
-  ASSERT_EQ(copy.Create(V_MemoryConventional, 4, 4, 4), 1);
-  for (const uint32_t colors : {1u, 2u, 100u, 256u}) {
-    ASSERT_EQ(V_SetBitmapNewPalette(bitmap, entries, colors), 1);
-    EXPECT_EQ(bitmap->nColors, static_cast<int32_t>(colors));
-    ASSERT_NE(Field(bitmap->pPalette), entries);
-    EXPECT_EQ(memcmp(bitmap->pPalette, entries, colors * sizeof(RGBQUAD)), 0);
-  }
-  // A bitmap's own palette, or a part of it, is as good a source as any.
-  ASSERT_EQ(V_SetBitmapNewPalette(bitmap, bitmap->pPalette + 10, 20), 1);
-  EXPECT_EQ(bitmap->nColors, 20);
-  EXPECT_EQ(memcmp(bitmap->pPalette, entries + 10, 20 * sizeof(RGBQUAD)), 0);
-  EXPECT_EQ(V_CopyBitmapPalette(bitmap, bitmap), 1);
-  EXPECT_EQ(memcmp(bitmap->pPalette, entries + 10, 20 * sizeof(RGBQUAD)), 0);
-
-  const auto before = bitmap.Snapshot();
-  EXPECT_EQ(V_SetBitmapNewPalette(bitmap, entries, 257), -13);
-  EXPECT_EQ(V_SetBitmapNewPalette(bitmap, entries, UINT32_MAX), -13);
-  EXPECT_EQ(V_SetBitmapNewPalette(nullptr, entries, 2), -13);
-  EXPECT_EQ(V_CopyBitmapPalette(nullptr, bitmap), -13);
-  EXPECT_EQ(V_CopyBitmapPalette(bitmap, nullptr), -13);
-  Bitmap garbage;
-  EXPECT_EQ(V_SetBitmapNewPalette(garbage, entries, 2), -789);
-  EXPECT_EQ(V_CopyBitmapPalette(garbage, bitmap), -789);
-  EXPECT_EQ(V_CopyBitmapPalette(bitmap, garbage), -789);
-  EXPECT_EQ(bitmap.Snapshot(), before);
-
-  ASSERT_EQ(V_CopyBitmapPalette(copy, bitmap), 1);
-  EXPECT_EQ(copy->nColors, 20);
-  ASSERT_NE(Field(copy->pPalette), Field(bitmap->pPalette));
-  EXPECT_EQ(memcmp(copy->pPalette, entries + 10, 20 * sizeof(RGBQUAD)), 0);
-  ASSERT_EQ(V_SetBitmapNewPalette(bitmap, nullptr, 5), 1);
-  EXPECT_EQ(Field(bitmap->pPalette), nullptr);
-  ASSERT_EQ(V_SetBitmapNewPalette(copy, entries, 0), 1);
-  EXPECT_EQ(Field(copy->pPalette), nullptr);
-  ASSERT_EQ(V_SetBitmapNewPalette(copy, entries, 16), 1);
-  EXPECT_EQ(V_CopyBitmapPalette(copy, bitmap), 1) << "no palette is copied too";
-  EXPECT_EQ(Field(copy->pPalette), nullptr);
+TEST(Palettes, BitmapsKeepCopies) {
+  RGBQUAD colors[3] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 1}};
+  BITMAPHANDLE first, second;
+  ASSERT_EQ(V_InitBitmap(&first, 284, 1, 1, 4), 1);
+  ASSERT_EQ(V_InitBitmap(&second, 228, 1, 1, 8), 1);
+  ASSERT_EQ(V_SetBitmapNewPalette(&first, colors, 3), 1);
+  EXPECT_EQ(V_SetBitmapNewPalette(&first, colors, 257), -13) << "and nothing is read or changed";
+  ASSERT_EQ(V_CopyBitmapPalette(&second, &first), 1);
+  colors[1] = {};
+  ASSERT_EQ(V_SetBitmapNewPalette(&first, nullptr, 3), 1);
+  EXPECT_EQ(first.pPalette, nullptr);
+  ASSERT_EQ(second.nColors, 3);
+  EXPECT_EQ(AsNumber(second.pPalette[1]), 0x060504u);
+  ASSERT_EQ(V_CopyBitmapPalette(&second, &first), 1);
+  EXPECT_EQ(second.pPalette, nullptr);
 }
 
 // --- the nearest entry ------------------------------------------------------------------------------------------------

@@ -243,28 +243,5 @@ TEST(PixelColor, DeepGrayIsBroughtToEightBitsFromItsRange) {
       }
 }
 
-TEST(PixelColor, RefusalsNameTheirReason) {
-  Bitmap bitmap;
-  uint32_t color = 0;
-  EXPECT_EQ(V_GetPixelColor(nullptr, 0, 0, &color), -2);
-  EXPECT_EQ(V_PutPixelColor(nullptr, 0, 0, 0), -2);
-  EXPECT_EQ(V_GetPixelData(nullptr, &color, 0, 0, 4), -2);
-  EXPECT_EQ(V_PutPixelData(nullptr, &color, 0, 0, 4), -2);
-  EXPECT_EQ(V_GetPixelColor(bitmap, 0, 0, &color), -789);
-  EXPECT_EQ(V_PutPixelColor(bitmap, 0, 0, 0), -789);
-  EXPECT_EQ(V_GetPixelData(bitmap, &color, 0, 0, 4), -789);
-  EXPECT_EQ(V_PutPixelData(bitmap, &color, 0, 0, 4), -789);
-  ASSERT_EQ(bitmap.Init(4, 4, 32), 1);
-  EXPECT_EQ(V_GetPixelColor(bitmap, 0, 0, &color), -2);
-  EXPECT_EQ(V_PutPixelColor(bitmap, 0, 0, 0), -2);
-  EXPECT_EQ(V_GetPixelData(bitmap, &color, 0, 0, 4), -2);
-  EXPECT_EQ(V_PutPixelData(bitmap, &color, 0, 0, 4), -2);
-  ASSERT_EQ(V_AllocateBitmap(bitmap, 1), 1);
-  EXPECT_EQ(V_GetPixelColor(bitmap, 0, 0, nullptr), -814);
-  EXPECT_EQ(V_GetPixelData(bitmap, nullptr, 0, 0, 4), -814);
-  EXPECT_EQ(V_PutPixelData(bitmap, nullptr, 0, 0, 4), -814);
-  EXPECT_EQ(bitmap->nLockCount, 0) << "no refusal leaves an access behind";
-}
-
 }  // namespace
 }  // namespace vexatest

@@ -246,24 +246,6 @@ TEST_P(RowStorage, HeightMayChangeDuringAnAccess) {
   }
 }
 
-TEST_P(RowStorage, RefusedHeightChangesNothing) {
-  StoredBitmap stored(Kind(), Layout(), 40, 8, 8);
-  ASSERT_EQ(stored.Status(), 1);
-  const std::vector<uint8_t> pixels = Random(2).Bytes(320);
-  WritePixels(stored, pixels);
-  const auto before = stored.Record().Snapshot();
-  const bool others = (Kind().flags & V_FlagMirror) != 0;
-  for (const int32_t height : {0, -1, INT32_MIN}) EXPECT_EQ(V_ChangeBitmapHeight(stored, height), others ? -13 : -11);
-  if (others) {
-    EXPECT_EQ(V_ChangeBitmapHeight(stored, 9), -13);
-    EXPECT_EQ(V_ChangeBitmapHeight(stored, 8), -13);
-  } else {
-    EXPECT_EQ(V_ChangeBitmapHeight(stored, 8), 1);
-  }
-  EXPECT_EQ(stored.Record().Snapshot(), before);
-  EXPECT_EQ(ReadPixels(stored), pixels);
-}
-
 TEST(HeightChange, NeedsStorageAndRoom) {
   AccountBalance balance;
   EXPECT_EQ(V_ChangeBitmapHeight(nullptr, 5), -2);

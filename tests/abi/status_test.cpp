@@ -3,28 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-#include <set>
 #include <string>
 #include <thread>
 
 namespace {
-
-TEST(Status, EveryCodeHasItsOwnText) {
-  std::set<std::string> texts;
-  const std::string unknown = V_GetStatusText(-123456);
-  EXPECT_EQ(unknown, "unknown status");
-  for (int32_t code : {1,   2,   0,    -1,   -2,   -3,   -4,    -7,    -11,   -13,   -16,  -27,
-                       -29, -74, -100, -290, -789, -814, -1856, -1894, -1902, -1903, -1905}) {
-    const char* text = V_GetStatusText(code);
-    ASSERT_NE(text, nullptr) << code;
-    EXPECT_NE(text, unknown) << code;
-    EXPECT_TRUE(texts.insert(text).second) << code << " shares \"" << text << "\"";
-    EXPECT_NE(std::string(text).back(), '.') << code;
-  }
-  for (int32_t code : {3, -5, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()})
-    EXPECT_EQ(V_GetStatusText(code), unknown) << code;
-}
 
 TEST(Status, CodesOfOtherComponentsHaveAnOwner) {
   struct Row {

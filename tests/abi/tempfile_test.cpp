@@ -7,7 +7,6 @@
 #include <cstring>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "abi/child.h"
 
@@ -217,18 +216,6 @@ TEST_F(TempFiles, ADeniedDirectoryHasItsOwnCode) {
 #endif
 }
 
-TEST_F(TempFiles, NoNameIsFoundWhenAllExist) {
-#ifdef _WIN32
-  // The system resolves ".." in the text of a path: every candidate is the same existing file.
-  WriteAll(folder_ / "taken", "x");
-  const std::string name = Draw(1, 0, folder_.Name().c_str(), "p", "x\\..\\taken");
-  EXPECT_EQ(name, "-1894");
-  EXPECT_EQ(folder_.Files().size(), 1u);
-#else
-  GTEST_SKIP() << "a path whose every candidate exists cannot be made here";
-#endif
-}
-
 // --- reserved names -----------------------------------------------------------------------------------------------
 
 TEST_F(TempFiles, AReservedNameIsOnlyCreatedWhereNothingIs) {
@@ -272,17 +259,6 @@ TEST_F(TempFiles, DeletingTakesTheNameOffTheList) {
   EXPECT_FALSE(Exists(name));
 }
 
-TEST_F(TempFiles, DeletingOtherThings) {
-  EXPECT_EQ(V_DeleteTempFile(nullptr), -814);
-  EXPECT_EQ(V_RedirectedTempFileDelete(nullptr), -814);
-  EXPECT_EQ(V_DeleteTempFile("VEXARedirect://00000000-00000001"), 1);
-  const std::string directory = folder_ / "directory";
-  std::filesystem::create_directory(FromUtf8(directory));
-  const int32_t status = V_DeleteTempFile(directory.c_str());
-  EXPECT_TRUE(status == -1 || status == -1902) << status;
-  EXPECT_TRUE(Exists(directory));
-}
-
 // --- copies -------------------------------------------------------------------------------------------------------
 
 TEST_F(TempFiles, CopiesReplaceTheTarget) {
@@ -308,55 +284,6 @@ TEST_F(TempFiles, CopiesReplaceTheTarget) {
 }
 
 // --- directory and options ----------------------------------------------------------------------------------------
-
-TEST_F(TempFiles, TheDirectoryHasAtMost264Characters) {
-  const auto repeat = [](const char* text, int count) {
-    std::string all;
-    while (count-- > 0) all += text;
-    return all;
-  };
-  const std::string kept = Directory();
-  struct Case {
-    const char* character;
-    int most;  // how many of them have 264 UTF-16 units
-  };
-  for (const Case& c :
-       {Case{"d", 264}, Case{"\xC3\xA9", 264}, Case{"\xE6\x97\xA5", 264}, Case{"\xF0\x9F\x96\xBC", 132}}) {
-    const std::string longest = repeat(c.character, c.most);
-    EXPECT_EQ(SetGlobalTempFileDirectory(kept.c_str()), 1);
-    EXPECT_EQ(SetGlobalTempFileDirectory((longest + "x").c_str()), -13) << c.character;
-    EXPECT_EQ(Directory(), kept);
-    EXPECT_EQ(SetGlobalTempFileDirectory(longest.c_str()), 1) << c.character;
-    EXPECT_EQ(Directory(), longest);
-    std::string buffer(longest.size() + 1, '\x7F');
-    EXPECT_EQ(V_GetTempFileDirectoryUTF8(buffer.data(), static_cast<uint32_t>(longest.size())), -290);
-    EXPECT_EQ(V_GetTempFileDirectoryUTF8(buffer.data(), static_cast<uint32_t>(longest.size() + 1)), 1);
-    EXPECT_STREQ(buffer.c_str(), longest.c_str());
-    EXPECT_EQ(Draw(3, 0, nullptr, "p", "x", 1200).find(longest + kSeparator + "p-VM-"), 0u);
-  }
-  for (const char* broken : {"\xC3", "a\x80", "\xED\xA0\x80", "\xC0\xAF", "\xF5\x80\x80\x80"})
-    EXPECT_EQ(SetGlobalTempFileDirectory(broken), -13) << broken;
-  EXPECT_EQ(V_GetTempFileDirectoryUTF8(nullptr, 300), -814);
-  char none = 'x';
-  EXPECT_EQ(V_GetTempFileDirectoryUTF8(&none, 0), -290);
-  EXPECT_EQ(none, 'x');
-}
-
-TEST_F(TempFiles, WithoutADirectoryTheSystemsIsUsed) {
-  // Both without a separator at the end, which some systems do not take in a directory's name.
-  const auto bare = [](const std::filesystem::path& path) { return (path / "x").parent_path(); };
-  const auto expected = bare(std::filesystem::temp_directory_path());
-  for (const char* none : {static_cast<const char*>(nullptr), ""}) {
-    ASSERT_EQ(SetGlobalTempFileDirectory(folder_.Name().c_str()), 1);
-    ASSERT_EQ(SetGlobalTempFileDirectory(none), 1);
-    const std::string directory = Directory();
-    ASSERT_NE(directory, "");
-    EXPECT_TRUE(std::filesystem::equivalent(bare(FromUtf8(directory)), expected)) << directory;
-    const std::string name = Draw(1);
-    EXPECT_TRUE(std::filesystem::equivalent(FromUtf8(name).parent_path(), expected)) << name;
-    EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);
-  }
-}
 
 TEST_F(TempFiles, OptionsAreKeptAndTheModeHasTwoSpecialValues) {
   TEMPFILEOPTIONS options;
@@ -389,22 +316,6 @@ TEST_F(TempFiles, OptionsAreKeptAndTheModeHasTwoSpecialValues) {
 }
 
 #ifndef _WIN32
-TEST(DISABLED_Child, TellsTheSystemsDirectory) {
-  WriteAll(std::string(std::getenv(vexatest::kChildFolder)) + "/told", Directory());
-  vexatest::FinishChild();
-}
-
-TEST_F(TempFiles, TheSystemsDirectoryIsTheUsers) {
-  const char* old = std::getenv("TMPDIR");
-  const std::string saved = old ? old : "";
-  for (const std::string& wanted : {folder_.Name(), std::string("/tmp")}) {
-    vexatest::SetEnvironment("TMPDIR", wanted == "/tmp" ? nullptr : wanted.c_str());
-    EXPECT_EQ(vexatest::Child("TellsTheSystemsDirectory", folder_.Name()).Wait(), vexatest::kChildDone);
-    const std::string told = ReadAll(folder_ / "told");
-    EXPECT_TRUE(told == wanted || told == wanted + "/") << told;
-  }
-  vexatest::SetEnvironment("TMPDIR", old ? saved.c_str() : nullptr);
-}
 #endif
 
 }  // namespace

@@ -78,42 +78,6 @@ TEST(Threads, SettingsStayEachThreadsOwn) {
   EXPECT_EQ(V_UsesRedirectIO(), 0);
 }
 
-// Hundreds of short-lived threads, each with its settings: none of them sees the settings of one before.
-TEST(Threads, ANewThreadStartsWithFreshSettings) {
-  for (int i = 0; i < 100; ++i)
-    Together(4, [](int) {
-      int32_t reserve = 1;
-      V_GetMemoryThresholds(&reserve, nullptr, nullptr, nullptr, nullptr);
-      EXPECT_EQ(reserve, 0);
-      EXPECT_EQ(V_GetStatusCallBack(nullptr), nullptr);
-      EXPECT_EQ(V_UsesRedirectIO(), 0);
-      V_SetMemoryThresholds(77, 0, 0, 0, 0, V_ThresholdReserve);
-      V_SetStatusCallBack(Callback, nullptr, nullptr, nullptr);
-      V_RedirectIO(OpenNothing, nullptr, nullptr, nullptr, nullptr, nullptr);
-    });
-}
-
-TEST(Threads, StreamsOfThreadsDoNotMix) {
-  Together(kThreads, [](int t) {
-    Random random(static_cast<uint64_t>(t) + 1);
-    for (int round = 0; round < 60; ++round) {
-      void* state = nullptr;
-      intptr_t file = -1;
-      const uint32_t flags = round % 2 ? 25 : 9;
-      ASSERT_EQ(V_StartRedirectToBuffer(&state, &file, flags, nullptr, 0, 0), 1);
-      const std::vector<uint8_t> bytes(random.Below(50000) + 1, static_cast<uint8_t>(t + 1));
-      ASSERT_EQ(V_RedirectedWrite(file, bytes.data(), bytes.size()), static_cast<int64_t>(bytes.size()));
-      ASSERT_EQ(V_RedirectedSeek(file, 0, 0), 0);
-      std::vector<uint8_t> read(bytes.size());
-      ASSERT_EQ(V_RedirectedRead(file, read.data(), read.size()), static_cast<int64_t>(read.size()));
-      ASSERT_TRUE(read == bytes);
-      void* block = nullptr;
-      ASSERT_EQ(V_StopRedirectToBuffer(state, &block, nullptr, nullptr), 1);
-      flags& V_StreamHeap ? V_FreeBuffer(block) : V_SysFreeBlock(block);
-    }
-  });
-}
-
 TEST(Threads, TemporaryNamesNeverRepeat) {
   vexatest::TempDirectory directory;
   constexpr int kNames = 900, kCreatedOneIn = 9;

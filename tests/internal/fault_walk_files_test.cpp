@@ -121,8 +121,6 @@ TEST_F(FileFaultWalk, StreamCloseAndStop) {
               1u);
 }
 
-// --- redirected files -----------------------------------------------------------------------------------------------
-
 std::vector<uint8_t> ReadFile(const std::string& path) {
   std::vector<uint8_t> bytes(5000);
   const intptr_t file = V_RedirectedOpen(path.c_str(), V_OpenRead);
@@ -154,65 +152,6 @@ struct OpenFile {
   std::vector<uint8_t> data = Random(5).Bytes(1000);
   intptr_t file = -1;
 };
-
-TEST_F(FileFaultWalk, RedirectedFiles) {
-  struct Case {
-    const char* name;
-    int64_t success;
-    int64_t (*run)(OpenFile&);
-  };
-  const Case cases[] = {
-      {"open", 1,
-       [](OpenFile& f) {
-         const intptr_t other = V_RedirectedOpen(f.path.c_str(), V_OpenRead);
-         if (other == -1) return int64_t{-1};
-         V_RedirectedClose(other);
-         return int64_t{1};
-       }},
-      {"write", 100,
-       [](OpenFile& f) {
-         const std::vector<uint8_t> bytes(100, 0xEE);
-         const int64_t done = V_RedirectedWrite(f.file, bytes.data(), bytes.size());
-         if (done == 100) std::fill_n(f.data.begin() + 10, 100, uint8_t{0xEE});
-         return done;
-       }},
-      {"read", 990,
-       [](OpenFile& f) {
-         std::vector<uint8_t> bytes(2000);
-         const int64_t done = V_RedirectedRead(f.file, bytes.data(), bytes.size());
-         EXPECT_TRUE(done != 990 || std::equal(f.data.begin() + 10, f.data.end(), bytes.begin()));
-         return done;
-       }},
-      {"seek", 1000, [](OpenFile& f) { return V_RedirectedSeek(f.file, 0, 2); }},
-  };
-  for (const Case& c : cases) {
-    const std::string path = directory_.File("redirected");
-    const uint64_t failures = Walk(c.name, [=, &c] {
-      auto state = std::make_shared<OpenFile>(path);
-      Trial trial{state, [=, &c] { return c.run(*state); }};
-      trial.success = c.success;
-      trial.unchanged = [=] {
-        EXPECT_NE(V_GetLastRedirectError(), 0) << "a failure tells why";
-        EXPECT_EQ(state->Contents(), state->data);
-      };
-      trial.done = [=] { EXPECT_EQ(state->Contents(), state->data); };
-      return trial;
-    });
-    EXPECT_GE(failures, 1u) << c.name;
-  }
-}
-
-TEST_F(FileFaultWalk, RedirectedClose) {
-  const std::string path = directory_.File("closed");
-  Walk("close", [=] {
-    auto state = std::make_shared<OpenFile>(path);
-    Trial trial{state, [=] { return V_RedirectedClose(std::exchange(state->file, -1)); }};
-    trial.success = 0;
-    trial.repeatable = false;  // the handle is gone in any case
-    trial.unchanged = trial.done = [=] { EXPECT_EQ(state->Contents(), state->data); };
-    return trial;
-  });
-}
 
 // --- temporary files --------------------------------------------------------------------------------------------------
 
@@ -246,49 +185,6 @@ TEST_F(FileFaultWalk, TemporaryNames) {
   }
 }
 
-TEST_F(FileFaultWalk, TemporaryDirectory) {
-  Walk("directory", [] {
-    SetGlobalTempFileDirectory(nullptr);  // so that the system is asked again
-    auto state = std::make_shared<std::string>(600, '\0');
-    Trial trial{state, [=] { return V_GetTempFileDirectoryUTF8(state->data(), 600); }};
-    trial.failures = {V_StatusInternal};
-    trial.done = [=] { EXPECT_NE(state->front(), '\0'); };
-    return trial;
-  });
-  Walk("set directory", [this] {
-    const std::string path = directory_.Utf8();
-    Trial trial{nullptr, [=] { return SetGlobalTempFileDirectory(path.c_str()); }};
-    return trial;
-  });
-}
-
-TEST_F(FileFaultWalk, TemporaryOpen) {
-  for (const bool reserved : {true, false})
-    EXPECT_GE(Walk("open a temporary file",
-                   [=] {
-                     struct State {
-                       char name[600] = "";
-                       intptr_t file = -1;
-                       ~State() {
-                         if (file != -1) V_RedirectedClose(file);
-                         V_DeleteTempFile(name);
-                       }
-                     };
-                     auto state = std::make_shared<State>();
-                     EXPECT_EQ(V_GetTempFileNameUTF8(state->name, sizeof(state->name),
-                                                     reserved ? V_TempFileMemory : V_TempFileDisk, nullptr, nullptr,
-                                                     nullptr, 0),
-                               1);
-                     Trial trial{state, [=] {
-                                   state->file = V_RedirectedTempFileOpenA(state->name, V_OpenWrite | V_OpenCreate);
-                                   return state->file == -1 ? -1 : 1;
-                                 }};
-                     trial.done = [=] { EXPECT_EQ(V_RedirectedWrite(state->file, "abc", 3), 3); };
-                     return trial;
-                   }),
-              1u);
-}
-
 TEST_F(FileFaultWalk, TemporaryCopy) {
   const std::string from = directory_.File("from"), to = directory_.File("to");
   EXPECT_GE(Walk("copy",
@@ -312,22 +208,6 @@ TEST_F(FileFaultWalk, TemporaryCopy) {
                    return trial;
                  }),
             4u);
-}
-
-TEST_F(FileFaultWalk, TemporaryDeletion) {
-  for (int32_t(V_CALL * remove)(const char*) noexcept : {&V_DeleteTempFile, &V_RedirectedTempFileDelete})
-    EXPECT_GE(Walk("delete",
-                   [=, this] {
-                     const std::string path = directory_.File("deleted");
-                     auto state = std::make_shared<OpenFile>(path);
-                     V_RedirectedClose(std::exchange(state->file, -1));
-                     Trial trial{state, [=] { return remove(path.c_str()); }};
-                     trial.failures = {V_StatusNoMemory, V_StatusTempFileCreateAccessDenied};
-                     trial.unchanged = [=] { EXPECT_EQ(state->Contents(), state->data) << "the file is still there"; };
-                     trial.done = [=, this] { EXPECT_EQ(directory_.Names(), std::vector<std::string>{}); };
-                     return trial;
-                   }),
-              1u);
 }
 
 }  // namespace

@@ -139,30 +139,6 @@ TEST_F(FaultWalk, Free) {
   });
 }
 
-TEST_F(FaultWalk, Access) {
-  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-    const auto make = [=, &kind] {
-      auto state = std::make_shared<Filled>(kind, layout);
-      Trial trial{state, [=] { return V_AccessBitmap(state->stored); }};
-      trial.failures.push_back(state->stored.Host().refusal);
-      trial.unchanged = [=] { EXPECT_EQ(state->stored.Record().Snapshot(), state->record); };
-      trial.done = [=] {
-        EXPECT_EQ(V_ReleaseBitmap(state->stored), 1);
-        state->ExpectUnchanged();
-      };
-      trial.host = &state->stored.Host();
-      return trial;
-    };
-    const uint64_t failures = Walk("access " + Name(kind, layout), make);
-    if (kind.setup == StorageKind::kMovable) {
-      EXPECT_GE(failures, 1u) << "the lock";
-    }
-    if (kind.setup == StorageKind::kHost) {
-      EXPECT_EQ(WalkRefusals("access " + Name(kind, layout), make), 1);
-    }
-  });
-}
-
 // --- rows -------------------------------------------------------------------------------------------------------
 
 const std::vector<int64_t> kRowFailures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead, -4242};
@@ -298,54 +274,6 @@ TEST_F(FaultWalk, ChangeHeight) {
 
 // --- what hangs from a bitmap ---------------------------------------------------------------------------------------
 
-TEST_F(FaultWalk, PaletteAndCallbacks) {
-  struct State : Filled {
-    State() : Filled(kConventionalKind, kCurrentLayout), other(kUserKind, kCurrentLayout) {}
-    Filled other;
-    HostStore host;
-  };
-  struct Case {
-    const char* name;
-    std::function<int32_t(State&)> run;
-  };
-  const Case cases[] = {
-      {"set palette", [](State& s) { return V_SetBitmapNewPalette(s.stored, s.other.stored->pPalette, 100); }},
-      {"copy palette", [](State& s) { return V_CopyBitmapPalette(s.stored, s.other.stored); }},
-      {"set callbacks",
-       [](State& s) {
-         BITMAPHANDLEDATACALLBACKS table{};
-         table.uStructSize = sizeof(table);
-         table.pUserData = &s.host;
-         return V_SetBitmapDataCallbacks(s.stored, &table);
-       }},
-  };
-  for (const Case& c : cases) {
-    const uint64_t failures = Walk(c.name, [&c] {
-      auto state = std::make_shared<State>();
-      Trial trial{state, [=, &c] { return c.run(*state); }};
-      trial.unchanged = [=] { state->ExpectUnchanged(); };
-      trial.done = [=] { EXPECT_EQ(ReadPixels(state->stored), state->pixels); };
-      return trial;
-    });
-    EXPECT_GE(failures, 1u) << c.name;
-  }
-}
-
-TEST_F(FaultWalk, CreatePalettes) {
-  for (RGBQUAD*(V_CALL * create)(uint32_t) noexcept : {&V_CreateFixedPalette, &V_CreateGrayPalette})
-    EXPECT_EQ(Walk("create palette",
-                   [=] {
-                     Trial trial{nullptr, [=] {
-                                   RGBQUAD* palette = create(8);
-                                   V_FreeBuffer(palette);
-                                   return palette != nullptr ? 1 : -1;
-                                 }};
-                     return trial;
-                   }),
-              2u)
-        << "one allocation, in both modes";
-}
-
 TEST_F(FaultWalk, SetOverlay) {
   for (const bool replaces : {false, true})
     ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
@@ -393,108 +321,6 @@ TEST_F(FaultWalk, SetOverlay) {
         EXPECT_GE(WalkRefusals("overlay from a host", make), 2);
       }
     });
-}
-
-TEST_F(FaultWalk, Duplicate) {
-  EXPECT_GE(Walk("duplicate",
-                 [] {
-                   struct State : Filled {
-                     State() : Filled(kConventionalKind, kCurrentLayout) {
-                       stored->LUTLength = 256;
-                       stored->pLUT = static_cast<RGBQUAD*>(V_ReallocBuffer(nullptr, 256 * sizeof(RGBQUAD)));
-                       memset(stored->pLUT, 7, 256 * sizeof(RGBQUAD));
-                       record = stored.Record().Snapshot();
-                     }
-                     Bitmap copy;
-                   };
-                   auto state = std::make_shared<State>();
-                   Trial trial{state, [=] { return V_DupBitmapNewDim(state->copy, state->stored, 284, 5, 6, 0); }};
-                   trial.unchanged = [=] {
-                     state->ExpectUnchanged();
-                     EXPECT_EQ(state->copy.StorageFlags(), 0u);
-                     V_FreeBitmap(state->copy);  // whatever a failed call left there owns nothing
-                   };
-                   trial.done = [=] {
-                     state->ExpectUnchanged();
-                     EXPECT_NE(Field(state->copy->pPalette), nullptr);
-                     EXPECT_NE(Field(state->copy->pLUT), nullptr);
-                   };
-                   return trial;
-                 }),
-            3u);
-}
-
-// Reading or writing one pixel, and comparing: with their own access around the rows.
-TEST_F(FaultWalk, PixelsAndComparison) {
-  struct Case {
-    const char* name;
-    bool writes;
-    std::function<int32_t(Filled&)> run;
-  };
-  const Case cases[] = {
-      {"get pixel data", false,
-       [](Filled& f) {
-         uint8_t value = 0;
-         return V_GetPixelData(f.stored, &value, 7, 8, 1);
-       }},
-      {"get pixel colour", false,
-       [](Filled& f) {
-         uint32_t color = 0;
-         return V_GetPixelColor(f.stored, 7, 8, &color);
-       }},
-      {"put pixel data", true,
-       [](Filled& f) {
-         const uint8_t value = 0x3C;
-         return V_PutPixelData(f.stored, &value, 7, 8, 1);
-       }},
-      {"put pixel colour", true, [](Filled& f) { return V_PutPixelColor(f.stored, 7, 8, 0x0100003C); }},
-  };
-  for (const Case& c : cases)
-    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      const auto make = [=, &kind, &c] {
-        auto state = std::make_shared<Filled>(kind, layout);
-        Trial trial{state, [=, &c] { return c.run(*state); }};
-        trial.failures = kRowFailures;
-        trial.failures.push_back(V_StatusMemoryLimit);
-        trial.unchanged = [=] {
-          EXPECT_EQ(state->stored.Record().Snapshot(), state->record) << "an access was left behind";
-          if (kind.setup != StorageKind::kHost) {  // a host's release may be refused after the pixel was written
-            EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-          }
-        };
-        trial.done = [=, &c] {
-          if (c.writes) state->pixels[7 * kWidth + 8] = 0x3C;
-          state->ExpectUnchanged();
-        };
-        trial.host = &state->stored.Host();
-        return trial;
-      };
-      Walk(std::string(c.name) + " " + Name(kind, layout), make);
-      if (kind.setup == StorageKind::kHost) {
-        EXPECT_GE(WalkRefusals(c.name, make), 3) << "access, row, release";
-      }
-    });
-  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-    Walk("compare " + Name(kind, layout), [=, &kind] {
-      struct State {
-        State(const StorageKind& k, uint32_t size) : a(k, size), b(kUserKind, size) {}
-        Filled a, b;
-      };
-      auto state = std::make_shared<State>(kind, layout);
-      Trial trial{state, [=] {
-                    char text[2048] = "";
-                    const int32_t status = V_CompareBitmapHandles(state->a.stored, state->b.stored, text, sizeof(text));
-                    return status < 0 ? status : strstr(text, "V_GetBitmapRow") == nullptr ? 1 : 0;
-                  }};
-      trial.failures = kRowFailures;
-      trial.failures.push_back(0);  // rows that cannot be read count as different
-      trial.unchanged = trial.done = [=] {
-        state->a.ExpectUnchanged();
-        state->b.ExpectUnchanged();
-      };
-      return trial;
-    });
-  });
 }
 
 // --- settings -----------------------------------------------------------------------------------------------------

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -146,106 +145,6 @@ TEST_F(PlatformFiles, LiveUnderAnyUnicodeNameAndLongPath) {
 #endif
 }
 
-TEST_F(PlatformFiles, KeepToTheirModes) {
-  const TempDirectory folder;
-  const std::string path = folder.File("file");
-  EXPECT_NE(OpenedFile(path, kOpenWrite).error, 0) << "writing alone creates nothing";
-  EXPECT_NE(OpenedFile(path, 0).error, 0);
-  Create(path, "0123456789");
-  {
-    OpenedFile file(path, kOpenRead | kOpenWrite);
-    EXPECT_EQ(file.Read(3), "012");
-    file.Write("abc");
-    EXPECT_EQ(file.Read(100), "6789") << "one position for reading and writing";
-    EXPECT_EQ(file.Read(100), "");
-  }
-  EXPECT_EQ(Contents(path), "012abc6789");
-
-  uint64_t done = 7;
-  char byte = 0;
-  OpenedFile reader(path, kOpenRead), writer(path, kOpenWrite);
-  ASSERT_EQ(writer.error, 0) << "a reader must not stand in a writer's way";
-  EXPECT_NE(System().writeFile(reader.file, "x", 1, &done), 0);
-  EXPECT_NE(System().readFile(writer.file, &byte, 1, &done), 0);
-  EXPECT_EQ(Contents(path), "012abc6789") << "what is being written can be read";
-}
-
-TEST_F(PlatformFiles, SeekFromThreeOriginsAndNeverBeforeTheStart) {
-  const TempDirectory folder;
-  const std::string path = folder.File("file");
-  Create(path, "0123456789");
-  OpenedFile file(path, kOpenRead);
-  EXPECT_EQ(file.Seek(4, 0), 4);
-  EXPECT_EQ(file.Seek(-1, 1), 3);
-  EXPECT_EQ(file.Read(1), "3");
-  EXPECT_EQ(file.Seek(-2, 2), 8);
-  EXPECT_EQ(file.Seek(-1, 0), -1);
-  EXPECT_EQ(file.Seek(-9, 1), -1);
-  EXPECT_EQ(file.Seek(-11, 2), -1);
-  EXPECT_EQ(file.Seek(INT64_MAX, 1), -1) << "the sum leaves 64 bits";
-  EXPECT_EQ(file.Seek(0, 3), -1);
-  EXPECT_EQ(file.Seek(0, -1), -1);
-  EXPECT_EQ(file.Seek(0, 1), 8) << "a refused seek must not move";
-  EXPECT_EQ(file.Seek(int64_t{5} << 32, 0), int64_t{5} << 32);
-  EXPECT_EQ(file.Read(1), "");
-}
-
-TEST_F(PlatformFiles, AreNeverFolders) {
-  const TempDirectory folder;
-  for (const uint32_t mode :
-       {uint32_t{kOpenRead}, uint32_t{kOpenWrite}, uint32_t{kOpenCreate}, uint32_t{kOpenCreate | kOpenExclusive}}) {
-    EXPECT_NE(OpenedFile(folder.Utf8(), mode).error, 0) << mode;
-  }
-  const int32_t error = System().deleteFile(folder.Utf8().c_str());
-  EXPECT_NE(error, 0);
-  EXPECT_FALSE(IsAccessDenied(error) || IsNotFound(error)) << error;
-  EXPECT_TRUE(PathExists(folder.Utf8().c_str()));
-}
-
-TEST_F(PlatformFiles, ReadOnlyOnesDenyAccess) {
-  const TempDirectory folder;
-  const std::string path = folder.File("file");
-  Create(path, "text");
-  using std::filesystem::perms;
-  std::filesystem::permissions(PathOf(path), perms::owner_read);
-  if (std::ofstream(PathOf(path), std::ios::app)) GTEST_SKIP() << "nothing is denied to this user";
-  EXPECT_TRUE(IsAccessDenied(OpenedFile(path, kOpenWrite).error));
-  EXPECT_TRUE(IsAccessDenied(OpenedFile(path, kOpenCreate).error));
-  EXPECT_EQ(Contents(path), "text");
-  std::filesystem::permissions(PathOf(path), perms::owner_all);
-}
-
-TEST_F(PlatformFiles, CanBeDeletedWhileTheyAreRead) {
-  const TempDirectory folder;
-  const std::string path = folder.File("file");
-  Create(path, "text");
-  {
-    OpenedFile reader(path, kOpenRead);
-    EXPECT_EQ(System().deleteFile(path.c_str()), 0);
-    EXPECT_EQ(reader.Read(10), "text");
-  }
-  EXPECT_FALSE(PathExists(path.c_str()));
-}
-
-TEST_F(PlatformFiles, AreCreatedExclusivelyForTheirUserAloneAndNotThroughLinks) {
-  const TempDirectory folder;
-  const std::string path = folder.File("file"), link = folder.File("link"), target = folder.File("target");
-  EXPECT_EQ(OpenedFile(path, kOpenCreate | kOpenExclusive | kOpenRead).error, 0);
-#ifndef _WIN32
-  using std::filesystem::perms;
-  const perms others = std::filesystem::status(PathOf(path)).permissions() & (perms::group_all | perms::others_all);
-  EXPECT_EQ(others, perms::none);
-#endif
-  std::error_code unsupported;
-  std::filesystem::create_symlink(PathOf(target), PathOf(link), unsupported);
-  if (unsupported) GTEST_SKIP() << "no links here";
-  EXPECT_TRUE(PathExists(link.c_str())) << "a dangling link takes its name";
-  EXPECT_NE(OpenedFile(link, kOpenCreate | kOpenExclusive).error, 0);
-  { ScratchFile scratch(link, 10); }
-  EXPECT_FALSE(PathExists(target.c_str()));
-  EXPECT_EQ(System().deleteFile(link.c_str()), 0);
-}
-
 using PlatformScratch = PlatformTest;
 
 TEST_F(PlatformScratch, NobodyElseSeesItAndItGoesWithItsHandle) {
@@ -283,45 +182,7 @@ TEST_F(PlatformScratch, ResizingKeepsContentsAndZeroesGrowth) {
   EXPECT_TRUE(IsZero(grown.data() + 12345, grown.size() - 12345));
 }
 
-// Room is asked for when a file is made or grown: with no such room the file is not there, or has its old size.
-TEST_F(PlatformScratch, AFullDiskIsAStatus) {
-  const TempDirectory folder;
-  EXPECT_NE(ScratchFile(folder.File("huge"), uint64_t{1} << 60).error, 0);
-  EXPECT_NE(ScratchFile(folder.File("huge"), UINT64_MAX).error, 0);
-  EXPECT_TRUE(folder.Names().empty());
-  ScratchFile scratch(folder.File("file"), 1000);
-  ASSERT_EQ(scratch.error, 0);
-  EXPECT_NE(System().resizeScratchFile(scratch.file, 1000, uint64_t{1} << 60), 0);
-  scratch.Read(0, 1000);
-  uint8_t byte = 0;
-  EXPECT_NE(System().readAt(scratch.file, &byte, 1, 1000), 0) << "what was added must be taken back";
-}
-
 #ifndef _WIN32
-// The process's file size limit would raise a signal that ends the process.
-TEST_F(PlatformScratch, AFileSizeLimitIsAStatusToo) {
-  const TempDirectory folder;
-  rlimit old{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-  {
-    OpenedFile file(folder.File("file"), kOpenCreate);
-    ScratchFile scratch(folder.File("scratch"), 1000);
-    const std::string text(3 * kMegabyte, 'x');
-    const rlimit limit{kMegabyte, old.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    uint64_t done = 0;
-    const int32_t first = System().writeFile(file.file, text.data(), text.size(), &done);
-    const int32_t second = System().writeFile(file.file, text.data(), 1, &done);
-    const int32_t created = ScratchFile(folder.File("large"), 2 * kMegabyte).error;
-    const int32_t resized = System().resizeScratchFile(scratch.file, 1000, 2 * kMegabyte);
-    setrlimit(RLIMIT_FSIZE, &old);
-    EXPECT_EQ(first, 0) << "what fits is written";
-    EXPECT_NE(second, 0);
-    EXPECT_NE(created, 0);
-    EXPECT_NE(resized, 0);
-  }
-  EXPECT_EQ(std::filesystem::file_size(PathOf(folder.File("file"))), kMegabyte);
-}
 #endif
 
 TEST_F(PlatformScratch, ViewsAndTransfersSeeTheSameBytes) {
@@ -377,48 +238,6 @@ TEST_F(PlatformMemory, AnonymousBlocksKeepTheirContentsAndGrowByZeros) {
   EXPECT_EQ(none.address, nullptr);
 }
 
-TEST_F(PlatformMemory, MovableBlocksAreZeroedAndLocksNest) {
-  void* block = System().allocateBlock(1000);
-  ASSERT_NE(block, nullptr);
-  EXPECT_FALSE(UnlockBlock(block)) << "it was never locked";
-  auto* data = static_cast<uint8_t*>(System().lockBlock(block));
-  ASSERT_NE(data, nullptr);
-  EXPECT_TRUE(IsZero(data, 1000));
-  EXPECT_EQ(System().lockBlock(block), data);
-  std::memset(data, 9, 1000);
-  EXPECT_TRUE(UnlockBlock(block));
-  EXPECT_TRUE(UnlockBlock(block));
-  EXPECT_FALSE(UnlockBlock(block));
-  for (const uint64_t bytes : {uint64_t{200000}, uint64_t{10}, uint64_t{50000}}) {
-    block = System().reallocateBlock(block, bytes);
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(BlockSize(block), bytes);
-  }
-  data = static_cast<uint8_t*>(System().lockBlock(block));
-  EXPECT_TRUE(std::all_of(data, data + 10, [](uint8_t byte) { return byte == 9; }));
-  EXPECT_TRUE(IsZero(data + 10, 50000 - 10));
-  EXPECT_TRUE(UnlockBlock(block));
-  EXPECT_EQ(System().allocateBlock(uint64_t{1} << 62), nullptr);
-  FreeBlock(block);
-
-  void* empty = System().allocateBlock(0);
-  EXPECT_NE(System().lockBlock(empty), nullptr) << "a block of no bytes is still a block";
-  EXPECT_TRUE(UnlockBlock(empty));
-  FreeBlock(empty);
-}
-
-TEST_F(PlatformMemory, HeapFailuresAreNull) {
-  void* block = System().reallocate(nullptr, 16);
-  ASSERT_NE(block, nullptr);
-  std::memset(block, 5, 16);
-  volatile size_t tooMuch = SIZE_MAX / 4;
-  EXPECT_EQ(System().allocate(tooMuch), nullptr);
-  EXPECT_EQ(System().reallocate(block, tooMuch), nullptr);
-  EXPECT_EQ(static_cast<uint8_t*>(block)[15], 5);
-  Free(block);
-  Free(nullptr);
-}
-
 std::atomic<int> destroyed{0};
 void CountDestroyed(void* value) { destroyed += *static_cast<int*>(value); }
 
@@ -442,57 +261,6 @@ TEST(PlatformThreads, EachHasItsValueUntilItEnds) {
   EXPECT_EQ(destroyed, 111) << "values in force at the end, and those only, are destroyed once";
 }
 
-TEST(PlatformThreads, CriticalSectionsLetOneInAtATime) {
-  static CriticalSection section;
-  int64_t count = 0;
-  bool inside = false;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
-      for (int step = 0; step < 20000; ++step) {
-        const CriticalGuard guard(section);
-        EXPECT_FALSE(inside);
-        inside = true;
-        ++count;
-        if (step % 64 == 0) std::this_thread::yield();
-        inside = false;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(count, 80000);
-}
-
-TEST_F(PlatformTest, ReadingsArePlausible) {
-  MemoryStatus memory{};
-  ASSERT_EQ(System().memoryStatus(&memory), 0);
-  EXPECT_GE(memory.totalPhysical, 64 * kMegabyte);
-  EXPECT_LE(memory.availablePhysical, memory.totalPhysical);
-  EXPECT_GT(memory.availablePhysical, 0u);
-  EXPECT_LE(memory.availablePageFile, memory.totalPageFile);
-
-  uint64_t start = 0, end = 0;
-  ASSERT_EQ(System().milliseconds(&start), 0);
-  SleepMilliseconds(50);
-  ASSERT_EQ(System().milliseconds(&end), 0);
-  EXPECT_GE(end - start, 30u);
-
-  char path[1100];
-  ASSERT_EQ(System().temporaryPath(path, sizeof path), 0);
-  EXPECT_TRUE(PathExists(path)) << path;
-  const std::string whole = path;
-  EXPECT_NE(System().temporaryPath(path, whole.size()), 0) << "no room for the end";
-
-  const TempDirectory folder;
-  uint32_t before = 0, during = 0;
-  ASSERT_EQ(System().handleCount(&before), 0);
-  {
-    const OpenedFile a(folder.File("a"), kOpenCreate), b(folder.File("b"), kOpenCreate);
-    ASSERT_EQ(System().handleCount(&during), 0);
-  }
-  EXPECT_EQ(during, before == 0 ? 0 : before + 2) << "a system that does not count gives 0";
-}
-
 using FaultInjection = PlatformTest;
 
 TEST_F(FaultInjection, FailsTheCallsItWasToldTo) {
@@ -512,74 +280,6 @@ TEST_F(FaultInjection, FailsTheCallsItWasToldTo) {
   EXPECT_EQ(StopFailing(), 5u);
   EXPECT_EQ(failures(), ".....");
   EXPECT_FALSE(IsAccessDenied(kInjectedError) || IsNotFound(kInjectedError));
-}
-
-// All entries, on live resources: a failed call must give its failure and have no effect.
-TEST_F(FaultInjection, ReachesEveryCallButTheClosingOnes) {
-  const TempDirectory folder;
-  const std::string path = folder.File("file"), other = folder.File("other");
-  const Calls& calls = System();
-  File file = kNoFile, scratch = kNoFile, none = kNoFile;
-  Mapping mapping, noMapping;
-  void *fileMapping = nullptr, *nothing = nullptr;
-  uint8_t *view = nullptr, *noView = nullptr;
-  void* heap = calls.allocate(8);
-  void* block = calls.allocateBlock(8);
-  ASSERT_EQ(calls.openFile(path.c_str(), kOpenRead | kOpenCreate, &file), 0);
-  ASSERT_EQ(calls.createScratchFile(other.c_str(), 1000, &scratch), 0);
-  ASSERT_EQ(calls.mapAnonymous(1000, &mapping), 0);
-  ASSERT_EQ(calls.createFileMapping(scratch, 1000, &fileMapping), 0);
-  ASSERT_EQ(calls.mapView(fileMapping, 0, 1000, &view), 0);
-  const LiveResources live = Live();
-
-  FailCall(1, true);
-  char text[300];
-  uint64_t value = 7;
-  int64_t position = 7;
-  uint32_t count = 7;
-  MemoryStatus memory{};
-  EXPECT_EQ(calls.allocate(8), nullptr);
-  EXPECT_EQ(calls.reallocate(heap, 9), nullptr);
-  EXPECT_EQ(calls.allocateBlock(8), nullptr);
-  EXPECT_EQ(calls.reallocateBlock(block, 9), nullptr);
-  EXPECT_EQ(calls.lockBlock(block), nullptr);
-  const int32_t errors[] = {
-      calls.mapAnonymous(8, &noMapping),
-      calls.remapAnonymous(&mapping, 1000, 8),
-      calls.createFileMapping(scratch, 8, &nothing),
-      calls.mapView(fileMapping, 0, 8, &noView),
-      calls.createScratchFile(folder.File("third").c_str(), 8, &none),
-      calls.resizeScratchFile(scratch, 1000, 8),
-      calls.readAt(scratch, text, 8, 0),
-      calls.writeAt(scratch, "x", 1, 0),
-      calls.openFile(folder.File("fourth").c_str(), kOpenCreate, &none),
-      calls.readFile(file, text, 8, &value),
-      calls.writeFile(file, text, 8, &value),
-      calls.seekFile(file, 0, 0, &position),
-      calls.deleteFile(path.c_str()),
-      calls.temporaryPath(text, sizeof text),
-      calls.memoryStatus(&memory),
-      calls.handleCount(&count),
-      calls.milliseconds(&value),
-  };
-  for (size_t i = 0; i < std::size(errors); ++i) EXPECT_EQ(errors[i], kInjectedError) << "call " << i;
-  EXPECT_EQ(StopFailing(), 5 + std::size(errors));
-  EXPECT_EQ(Live(), live);
-  EXPECT_TRUE(PathExists(path.c_str()));
-  EXPECT_FALSE(PathExists(folder.File("third").c_str()) || PathExists(folder.File("fourth").c_str()));
-  EXPECT_TRUE(none == kNoFile && !noMapping.address && !nothing && !noView && value == 7 && position == 7 &&
-              count == 7);
-  EXPECT_EQ(view[0], 0);
-
-  FailCall(1, true);
-  UnmapView(view, 1000);
-  CloseFileMapping(fileMapping);
-  UnmapAnonymous(mapping, 1000);
-  CloseScratchFile(scratch);
-  EXPECT_EQ(calls.closeFile(file), 0);
-  FreeBlock(block);
-  Free(heap);
-  EXPECT_EQ(StopFailing(), 0u);
 }
 
 }  // namespace

@@ -158,22 +158,6 @@ TEST(Convert, DepthsMapWithoutLoss) {
   }
 }
 
-TEST(Convert, PlainTextFormsMeanTheSameAsRawOnes) {
-  const Folder folder;
-  struct {
-    const char *extension, *plain, *raw;
-  } const kCases[] = {{"pbm", "P1\n# a comment\n3 2\n1 0 1\n011", "P4\n3 2\n\xA0\x60"},
-                      {"pgm", "P2 3 1 # three\n4095\n0 4095 258\n", "P5\n3 1\n4095\n\0\0\x0F\xFF\x01\x02"},
-                      {"ppm", "P3\n1 1\n255\n1 2 3", "P6\n1 1\n255\n\1\2\3"}};
-  const size_t rawSizes[] = {9, 18, 14};
-  for (size_t i = 0; i < std::size(kCases); ++i) {
-    const std::string in = folder / "in", out = folder / (std::string("out.") + kCases[i].extension);
-    Save(in, kCases[i].plain);
-    ExpectConverts({in, out});
-    EXPECT_EQ(Load(out), std::string(kCases[i].raw, rawSizes[i]));
-  }
-}
-
 TEST(Convert, FormatsRefuseDepthsThatTheyCannotHold) {
   struct {
     const char *in, *out, *says;
@@ -264,17 +248,6 @@ TEST(Convert, FramesKeepTheirFieldsAndPixels) {
     ExpectConverts({SamplePath(name), folder / "one.gif", "--page", "3"});
     EXPECT_EQ(InfoOf(folder / "one.gif")["pages"], 1);
   }
-}
-
-TEST(Convert, ResolutionPassesBetweenFormats) {
-  if (!CanRead("x.tif") || !CanRead("x.png") || !CanRead("x.jpg")) GTEST_SKIP() << "this build lacks the codecs";
-  const Folder folder;
-  ExpectConverts({SamplePath("rgb48_grass.png"), folder / "a.tif"});
-  ExpectConverts({folder / "a.tif", folder / "b.png"});
-  ExpectConverts({SamplePath("doc_text_300dpi.tif"), folder / "c.png"});
-  for (const char* name : {"a.tif", "b.png", "c.png"})
-    EXPECT_EQ(InfoOf(folder / name)["images"][0]["resolution"], (Json{{"x", 300}, {"y", 300}})) << name;
-  EXPECT_TRUE(InfoOf(SamplePath("photo_cat.png"))["images"][0]["resolution"].is_null());
 }
 
 }  // namespace

@@ -112,16 +112,6 @@ TEST(Failure, PlacesThatCannotBeReadOrWritten) {
   EXPECT_EQ(folder.Names(), (std::vector<std::string>{"good.pgm", "sub"}));
 }
 
-TEST(Failure, OneBadFileDoesNotHideTheOthers) {
-  const Folder folder;
-  Save(folder / "bad.pgm", "P5\n");
-  Save(folder / "good.pgm", "P5\n2 1\n255\nab");
-  const Outcome outcome = Vexa({"info", folder / "bad.pgm", folder / "good.pgm"});
-  EXPECT_EQ(outcome.exitCode, 1);
-  EXPECT_NE(outcome.output.find("good.pgm"), std::string::npos);
-  EXPECT_NE(outcome.errors.find("bad.pgm"), std::string::npos);
-}
-
 TEST(Failure, WrongUsageHasItsOwnExitCode) {
   const std::vector<std::vector<std::string>> kLines = {{},
                                                         {"paint"},
@@ -167,20 +157,6 @@ TEST(Output, MayBeTheInput) {
 }
 
 #ifndef _WIN32
-TEST(Output, KeepsPermissionsAndLinks) {
-  const Folder folder;
-  Save(folder / "in.pgm", "P5\n2 1\n255\nab");
-  Save(folder / "real.pgm", "old");
-  fs::permissions(folder / "real.pgm", fs::perms(0640));
-  fs::create_symlink("real.pgm", folder / "link.pgm");
-  ASSERT_EQ(Vexa({"convert", folder / "in.pgm", folder / "link.pgm"}).exitCode, 0);
-  EXPECT_TRUE(fs::is_symlink(folder / "link.pgm"));
-  EXPECT_EQ(Load(folder / "real.pgm"), Load(folder / "in.pgm"));
-  EXPECT_EQ(fs::status(folder / "real.pgm").permissions(), fs::perms(0640));
-  ASSERT_EQ(Vexa({"convert", folder / "in.pgm", folder / "new.pgm"}).exitCode, 0);
-  EXPECT_EQ(fs::status(folder / "new.pgm").permissions(), fs::status(folder / "in.pgm").permissions());
-}
-
 // True once the run has written something aside.
 bool HasGrowingAside(const Folder& folder) {
   std::error_code ignored;
@@ -239,18 +215,6 @@ TEST(Memory, LimitBoundsWhatIsResident) {
   }
 }
 
-TEST(Memory, LimitChoosesTheStorage) {
-  const Folder folder;
-  Save(folder / "in.ppm", RandomPnm("P6\n1000 1000\n255\n", 3000000, 255));
-  const auto storage = [&](const std::vector<std::string>& more) {
-    std::vector<std::string> line = {"info", folder / "in.ppm", "--memory-limit", "1M"};
-    line.insert(line.end(), more.begin(), more.end());
-    return Vexa(line);
-  };
-  EXPECT_NE(storage({}).output.find("disk, 3000000 bytes"), std::string::npos);
-  EXPECT_NE(storage({"--storage", "tiled"}).output.find("tiled, 3000000 bytes"), std::string::npos);
-  ExpectOneLine(storage({"--storage", "conventional"}), 1, "no storage for 3000000 bytes");
-}
 #endif
 
 }  // namespace
