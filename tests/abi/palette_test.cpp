@@ -77,11 +77,11 @@ TEST(Palettes, BitmapsKeepCopies) {
   ASSERT_EQ(V_CopyBitmapPalette(&second, &first), 1);
   colors[1] = {};
   ASSERT_EQ(V_SetBitmapNewPalette(&first, nullptr, 3), 1);
-  EXPECT_EQ(first.pPalette, nullptr);
-  ASSERT_EQ(second.nColors, 3);
+  EXPECT_TRUE(first.pPalette == nullptr);
+  ASSERT_TRUE(second.nColors == 3);
   EXPECT_EQ(AsNumber(second.pPalette[1]), 0x060504u);
   ASSERT_EQ(V_CopyBitmapPalette(&second, &first), 1);
-  EXPECT_EQ(second.pPalette, nullptr);
+  EXPECT_TRUE(second.pPalette == nullptr);
 }
 
 // --- the nearest entry ------------------------------------------------------------------------------------------------
