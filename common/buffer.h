@@ -43,6 +43,7 @@ class Buffer {
   T* data() const noexcept { return data_; }
   T& operator[](uint64_t index) const noexcept { return data_[index]; }
   T* Release() noexcept { return std::exchange(data_, nullptr); }
+  void Reset(T* block) noexcept { platform::Free(std::exchange(data_, block)); }
 
  private:
   T* data_ = nullptr;

@@ -5,6 +5,10 @@
 #include <atomic>
 #include <cstdlib>
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 namespace vexakrn {
 namespace {
 
@@ -13,13 +17,23 @@ int32_t DetectedLevel() noexcept {
   __builtin_cpu_init();
   if (!__builtin_cpu_supports("sse4.1")) return 0;
   if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("bmi2")) return 1;
-  // What the 512-bit kernels are written for: byte and word lanes, shorter vectors, and byte permutes.
+  // What the 512-bit kernels are written for: byte and word lanes, shorter vectors, byte permutes and compression.
   const bool wide = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
                     __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
-                    __builtin_cpu_supports("avx512vbmi");
+                    __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2");
   return wide ? 3 : 2;
 #else
   return 0;
+#endif
+}
+
+bool DetectedBlockMove() noexcept {
+#if defined(__x86_64__)
+  constexpr uint32_t kEnhancedRepMovsb = 1u << 9;
+  uint32_t a = 0, b = 0, c = 0, d = 0;
+  return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & kEnhancedRepMovsb) != 0;
+#else
+  return false;
 #endif
 }
 
@@ -47,6 +61,11 @@ CpuLevel ActiveCpuLevel() noexcept { return static_cast<CpuLevel>(Level().load(s
 CpuLevel SetCpuLevel(int32_t level) noexcept {
   Level().store(Clamp(level), std::memory_order_relaxed);
   return ActiveCpuLevel();
+}
+
+bool HasFastBlockMove() noexcept {
+  static const bool has = DetectedBlockMove();
+  return has && ActiveCpuLevel() != CpuLevel::Scalar;
 }
 
 }  // namespace vexakrn

@@ -13,6 +13,9 @@ CpuLevel ActiveCpuLevel() noexcept;
 // Asks for a level; the one in force afterwards is the result.
 CpuLevel SetCpuLevel(int32_t level) noexcept;
 
+// Whether the processor moves large blocks fastest by its own instruction for that.
+bool HasFastBlockMove() noexcept;
+
 }  // namespace vexakrn
 
 #endif

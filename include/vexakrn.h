@@ -3,10 +3,13 @@
 #define VEXAKRN_H
 
 #include "vexakrn/bitmap.h"
+#include "vexakrn/copy.h"
 #include "vexakrn/files.h"
+#include "vexakrn/list.h"
 #include "vexakrn/memory.h"
 #include "vexakrn/palette.h"
 #include "vexakrn/rows.h"
+#include "vexakrn/runs.h"
 #include "vexakrn/status.h"
 #include "vexakrn/system.h"
 #include "vexakrn/tempfile.h"

@@ -67,6 +67,27 @@ V_API int32_t V_CALL V_GetBitmapMemoryInfo(BITMAPHANDLE* bitmap, uint32_t* memor
                                            int32_t* totalTiles, int32_t* conventionalTiles,
                                            int64_t* maxTileViewSize) V_NOEXCEPT;
 
+/* Selects values in `which`. */
+enum VexaMemorySettings {
+  V_MemorySettingType = 1,
+  V_MemorySettingTileSize = 2,
+  V_MemorySettingConventionalTiles = 4,
+  V_MemorySettingViewSize = 8
+};
+
+/* Moves a bitmap's data into other storage; the record stays what it is otherwise, in its own layout. Of the values,
+ * those selected in `which` take effect; without a type, the bitmap keeps its own.
+ *   memoryType         a memory request (bitmap.h)
+ *   tileSize           bytes of one tile; 0 or less: the default
+ *   conventionalTiles  tiles held in memory, as the fifth threshold (above)
+ *   maxTileViewSize    most bytes of file tiles mapped at once (at least one tile is); 0 or less: the default
+ * Where nothing changes (the last three matter to tiles only) it is done at once. The copy-status callback sees
+ * the rows move. Returns 1; -2 null or unallocated record; -789 bad size; -13 an invalid request, or user memory, whose
+ * data would have no place; -1, -1905 no storage; the codes of callbacks and rows. On failure the bitmap is as it was. */
+V_API int32_t V_CALL V_SetBitmapMemoryInfo(BITMAPHANDLE* bitmap, uint32_t memoryType, int64_t tileSize,
+                                           int32_t conventionalTiles, int64_t maxTileViewSize,
+                                           uint32_t which) V_NOEXCEPT;
+
 /* The allocator of blocks that pass between caller and engine: palettes, stream blocks, segment arrays. A null `block`
  * allocates. Contents stay up to the smaller size. Null when there is no memory (the old block stays); 0 bytes frees
  * the block and returns null. V_FreeBuffer ignores null. */

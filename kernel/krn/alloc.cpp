@@ -22,27 +22,11 @@ AtomicPair<ALLOCATEBITMAPHOOK> allocationHook;
 constexpr uint32_t kAcceptedRequests[] = {1,   2,   4,   8,   9,    128,  256,  257, 260,
                                           264, 265, 768, 769, 1024, 1025, 1280, 1281};
 
-ALLOCATEBITMAPCALLBACKDATA Describe(const BITMAPHANDLE& bitmap, uint32_t request, uint32_t bytesPerLine,
-                                    void* userData) noexcept {
-  ALLOCATEBITMAPCALLBACKDATA data{};
-  data.uStructSize = sizeof data;
-  data.uMemory = request;
-  data.Width = static_cast<uint32_t>(bitmap.Width);
-  data.Height = static_cast<uint32_t>(bitmap.Height);
-  data.BitsPerPixel = static_cast<uint32_t>(bitmap.BitsPerPixel);
-  data.BytesPerLine = bytesPerLine;
-  data.Order = static_cast<uint32_t>(bitmap.Order);
-  data.ViewPerspective = static_cast<uint32_t>(bitmap.ViewPerspective);
-  data.Size = DataSize(bitmap);
-  data.pData = userData;
-  return data;
-}
-
 int32_t CallHook(BITMAPHANDLE& bitmap, uint32_t* request, void* userData) noexcept {
   if (!allocationHook.IsSet()) return kSuccess;
   const auto hook = allocationHook.Load();
   if (!hook.function) return kSuccess;
-  ALLOCATEBITMAPCALLBACKDATA data = Describe(bitmap, *request, 0, userData);
+  ALLOCATEBITMAPCALLBACKDATA data = DescribeAllocation(bitmap, *request, 0, userData);
   const int32_t result = hook.function(&bitmap, &data, hook.userData);
   *request = data.uMemory;
   return result;
@@ -74,7 +58,7 @@ int32_t AdjustRequest(const BITMAPHANDLE& bitmap, uint32_t* request) noexcept {
 int32_t CallAllocate(BITMAPHANDLE& bitmap, uint32_t* request, void* userData) noexcept {
   const BITMAPHANDLEDATACALLBACKS* callbacks = DataCallbacks(bitmap);
   if (!callbacks || !callbacks->AllocateBitmapData) return kSuccess;
-  ALLOCATEBITMAPCALLBACKDATA data = Describe(bitmap, *request, bitmap.BytesPerLine, userData);
+  ALLOCATEBITMAPCALLBACKDATA data = DescribeAllocation(bitmap, *request, bitmap.BytesPerLine, userData);
   const int32_t result = callbacks->AllocateBitmapData(&bitmap, &data, callbacks->pUserData);
   if (result != kSuccess) return result;
   if (data.uMemory == *request) return kSuccess;
@@ -83,16 +67,17 @@ int32_t CallAllocate(BITMAPHANDLE& bitmap, uint32_t* request, void* userData) no
 }
 
 // Settles Tiled and Disk in a request by the data size. False when nothing is left that it allows.
-bool ChooseBySize(uint64_t size, uint64_t conventionalLimit, uint32_t* request) noexcept {
+bool ChooseBySize(uint64_t size, const AllocationContext& context, uint32_t* request) noexcept {
   uint32_t& r = *request;
   if (r & V_MemoryTiled) {
-    if (NearHandleLimit() || size <= static_cast<uint64_t>(TileSize())) r &= ~static_cast<uint32_t>(V_MemoryTiled);
+    if (NearHandleLimit() || size <= static_cast<uint64_t>(context.tiles.tileSize))
+      r &= ~static_cast<uint32_t>(V_MemoryTiled);
     return true;
   }
   const int64_t maximum = ThreadSettings().thresholds.maxConventional;
   if (maximum > 0 && size > static_cast<uint64_t>(maximum) && !(r & V_MemoryNoDisk)) {
     r |= V_MemoryDisk;
-  } else if (r != V_MemoryDisk && size > conventionalLimit) {
+  } else if (r != V_MemoryDisk && size > context.conventionalLimit) {
     if (!(r & V_MemoryNoTiled)) {
       r |= V_MemoryTiled;
     } else if (r & V_MemoryNoDisk) {
@@ -112,10 +97,10 @@ int32_t TryStorage(BITMAPHANDLE& bitmap, const Storage& storage, const Allocatio
 }
 
 // Memory, tiles, a file: the first that the request allows and that succeeds.
-int32_t AllocateBySize(BITMAPHANDLE& bitmap, uint32_t request) noexcept {
-  const AllocationContext context{ConventionalLimit(), TileSize(), ThreadSettings().thresholds.fifth,
+int32_t AllocateBySize(BITMAPHANDLE& bitmap, uint32_t request, const TileSettings& tiles) noexcept {
+  const AllocationContext context{ConventionalLimit(), tiles,
                                   V_GetTempFileMode() == V_TempFileMemory || (request & V_MemoryNoDisk) != 0};
-  if (!ChooseBySize(DataSize(bitmap), context.conventionalLimit, &request)) return kNoMemory;
+  if (!ChooseBySize(DataSize(bitmap), context, &request)) return kNoMemory;
 
   int32_t status = kNoMemory;
   if (!(request & (V_MemoryTiled | V_MemoryDisk))) {
@@ -133,8 +118,28 @@ int32_t AllocateBySize(BITMAPHANDLE& bitmap, uint32_t request) noexcept {
 
 }  // namespace
 
-int32_t AllocateBitmap(BITMAPHANDLE& bitmap, uint32_t memoryType, void* userData) noexcept {
-  if (DataSize(bitmap) == 0 || bitmap.Height < 1 || bitmap.BytesPerLine == 0 || !PitchHoldsRow(bitmap))
+ALLOCATEBITMAPCALLBACKDATA DescribeAllocation(const BITMAPHANDLE& bitmap, uint32_t request, uint32_t bytesPerLine,
+                                              void* userData) noexcept {
+  ALLOCATEBITMAPCALLBACKDATA data{};
+  data.uStructSize = sizeof data;
+  data.uMemory = request;
+  data.Width = static_cast<uint32_t>(bitmap.Width);
+  data.Height = static_cast<uint32_t>(bitmap.Height);
+  data.BitsPerPixel = static_cast<uint32_t>(bitmap.BitsPerPixel);
+  data.BytesPerLine = bytesPerLine;
+  data.Order = static_cast<uint32_t>(bitmap.Order);
+  data.ViewPerspective = static_cast<uint32_t>(bitmap.ViewPerspective);
+  data.Size = PackedSize(bitmap);
+  data.pData = userData;
+  return data;
+}
+
+TileSettings ThreadTileSettings() noexcept {
+  return {TileSize(), ThreadSettings().thresholds.fifth, kDefaultViewBytes};
+}
+
+int32_t AllocateBitmap(BITMAPHANDLE& bitmap, uint32_t memoryType, void* userData, const TileSettings& tiles) noexcept {
+  if (PackedSize(bitmap) == 0 || bitmap.Height < 1 || bitmap.BytesPerLine == 0 || !PitchHoldsRow(bitmap))
     return kInvalidRange;
   uint32_t request = memoryType;
   V_TRY(CallHook(bitmap, &request, userData));
@@ -154,8 +159,14 @@ int32_t AllocateBitmap(BITMAPHANDLE& bitmap, uint32_t memoryType, void* userData
   V_TRY(called);
 
   if (request == V_MemoryUser) return TryStorage(bitmap, kUserStorage, {}, V_FlagConventionalMemory | V_FlagMirror);
-  if (request & (V_MemoryCompressed | V_MemorySuperCompressed)) return kNoMemory;
-  return AllocateBySize(bitmap, request);
+  if (request & V_MemoryCompressed)
+    return TryStorage(bitmap, kCompressedStorage, {}, V_FlagConventionalMemory | V_FlagCompressed);
+  if (request & V_MemorySuperCompressed) {
+    constexpr uint32_t kFlags = V_FlagConventionalMemory | V_FlagSuperCompressed;
+    if (TryStorage(bitmap, kSuperCompressedStorage, {}, kFlags) == kSuccess) return kSuccess;
+    request &= ~static_cast<uint32_t>(V_MemorySuperCompressed);  // plain storage is better than none
+  }
+  return AllocateBySize(bitmap, request, tiles);
 }
 
 }  // namespace vexakrn
@@ -164,7 +175,7 @@ using namespace vexakrn;
 
 int32_t V_CALL V_AllocateBitmap(BITMAPHANDLE* bitmap, uint32_t memoryType) noexcept {
   V_TRY(CheckRecord(bitmap));
-  return AllocateBitmap(*bitmap, memoryType, nullptr);
+  return AllocateBitmap(*bitmap, memoryType, nullptr, ThreadTileSettings());
 }
 
 int32_t V_CALL V_SetAllocateBitmapHook(ALLOCATEBITMAPHOOK hook, void* userData) noexcept {

@@ -81,7 +81,7 @@ int32_t SetOrderAndPerspective(BITMAPHANDLE& bitmap, const Creation& wanted, boo
 int32_t Fill(BITMAPHANDLE& bitmap, const Creation& wanted) noexcept {
   const bool wantsGray = bitmap.BitsPerPixel <= 8 && wanted.order == V_OrderGray && !wanted.palette;
   V_TRY(SetOrderAndPerspective(bitmap, wanted, wantsGray));
-  V_TRY(AllocateBitmap(bitmap, wanted.memoryType, wanted.userData));
+  V_TRY(AllocateBitmap(bitmap, wanted.memoryType, wanted.userData, ThreadTileSettings()));
   if (bitmap.BitsPerPixel <= 8) {
     bitmap.Order = V_OrderRgb;
     const PaletteChoice choice = wantsGray || wanted.bitsPerPixel == 0 ? PaletteChoice::Gray

@@ -46,6 +46,11 @@ int32_t ResizeDisk(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {
 
 }  // namespace
 
-const Storage kDiskStorage = {V_MemoryDisk, AllocateDisk, FreeDisk, ReadDisk, WriteDisk, ResizeDisk};
+const Storage kDiskStorage = {.memoryType = V_MemoryDisk,
+                              .allocate = AllocateDisk,
+                              .free = FreeDisk,
+                              .read = ReadDisk,
+                              .write = WriteDisk,
+                              .resize = ResizeDisk};
 
 }  // namespace vexakrn

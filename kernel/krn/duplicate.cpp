@@ -1,12 +1,8 @@
-// Records made after another one, and the copying of rows.
-#include <algorithm>
+// Records made after another one.
 #include <cstring>
 
 #include "common/buffer.h"
 #include "common/record.h"
-#include "krn/access.h"
-#include "krn/rowcol.h"
-#include "krn/rowcopy.h"
 #include "vexakrn/memory.h"
 #include "vexakrn/palette.h"
 
@@ -69,22 +65,6 @@ int32_t CopyDepthAttributes(BITMAPHANDLE& dst, BITMAPHANDLE& src) noexcept {
 constexpr uint32_t kDepthFlags = V_FlagSigned | V_FlagUseLUT | V_FlagUsePaintLUT | V_FlagNonLinearLUT;
 
 }  // namespace
-
-int32_t CopyRows(BITMAPHANDLE& dst, BITMAPHANDLE& src) noexcept {
-  AccessGuard from(src), to(dst);
-  V_TRY(from.Status());
-  V_TRY(to.Status());
-  const uint64_t bytes = std::min(dst.BytesPerLine, src.BytesPerLine);
-  const Buffer<uint8_t> line(bytes);
-  if (!line) return kNoMemory;
-  for (int32_t row = 0; row < src.Height; ++row) {
-    V_TRY(GetWholeRowPart(src, line.data(), {row, 0, bytes}));
-    const int64_t put = PutRowPart(dst, line.data(), {row, 0, bytes});
-    if (put < 0) return static_cast<int32_t>(put);
-  }
-  V_TRY(to.Release());
-  return from.Release();
-}
 
 }  // namespace vexakrn
 

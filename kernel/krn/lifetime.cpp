@@ -1,11 +1,10 @@
-// What happens to an allocated bitmap: user data, change of height, freeing, and what it tells of its storage.
+// What happens to an allocated bitmap: user data, change of height, freeing.
 #include "common/buffer.h"
 #include "common/record.h"
 #include "krn/callbacks.h"
 #include "krn/diagnostics.h"
 #include "krn/overlay.h"
 #include "krn/storage.h"
-#include "krn/tiles.h"
 #include "vexakrn/memory.h"
 #include "vexakrn/palette.h"
 
@@ -24,11 +23,6 @@ void FreeLookupTables(BITMAPHANDLE& bitmap) noexcept {
   V_FreeBuffer(bitmap.pLUT16);
   bitmap.pLUT16 = nullptr;
   bitmap.LUTLength16 = 0;
-}
-
-template <typename T>
-void Report(T* output, T value) noexcept {
-  if (output) *output = value;
 }
 
 }  // namespace
@@ -55,6 +49,7 @@ int32_t V_CALL V_ChangeBitmapHeight(BITMAPHANDLE* bitmap, int32_t newHeight) noe
   V_TRY(storage.resize(*bitmap, newHeight));
   bitmap->Height = newHeight;
   SetDataSize(*bitmap, static_cast<uint64_t>(bitmap->BytesPerLine) * static_cast<uint32_t>(newHeight));
+  UpdateDataSize(*bitmap, storage);
   return kSuccess;
 }
 
@@ -68,19 +63,4 @@ void V_CALL V_FreeBitmap(BITMAPHANDLE* bitmap) noexcept {
   FreeLookupTables(*bitmap);
   FreeDataCallbacks(*bitmap);
   if (!IsOldLayout(*bitmap)) bitmap->nLockCount = 0;
-}
-
-int32_t V_CALL V_GetBitmapMemoryInfo(BITMAPHANDLE* bitmap, uint32_t* memoryType, int64_t* tileSize, int32_t* totalTiles,
-                                     int32_t* conventionalTiles, int64_t* maxTileViewSize) noexcept {
-  V_TRY(CheckRecord(bitmap, kNoImage));
-  V_TRY(CheckAllocated(*bitmap));
-  const uint32_t type = StorageOf(*bitmap).memoryType;
-  const TileTable* table = type == V_MemoryTiled ? TilesOf(*bitmap) : nullptr;
-  Report<uint32_t>(memoryType,
-                   type != 0 ? type : uint32_t{V_MemoryUser});  // what a callback keeps is somebody else's too
-  Report<int64_t>(tileSize, table ? table->context.tileSize : 0);
-  Report<int32_t>(totalTiles, table ? static_cast<int32_t>(table->tileCount) : 0);
-  Report<int32_t>(conventionalTiles, table ? static_cast<int32_t>(table->conventionalTiles) : 0);
-  Report<int64_t>(maxTileViewSize, table ? static_cast<int64_t>(table->maxViewBytes) : 0);
-  return kSuccess;
 }

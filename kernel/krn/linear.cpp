@@ -33,6 +33,15 @@ int64_t WriteLinear(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, ui
   return static_cast<int64_t>(count);
 }
 
+RowSpan RowsAt(BITMAPHANDLE& bitmap, int32_t row) noexcept {
+  uint64_t position = 0;
+  uint8_t* data = bitmap.Addr.Windows.pData;
+  const int32_t rows = bitmap.Height - row;
+  const uint64_t bytes = static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(rows);
+  if (!data || LinearPosition(bitmap, row, 0, bytes, &position) != kSuccess) return {};
+  return {data + position, rows};
+}
+
 // --- mapped blocks ---
 
 Mapping MappingOf(const BITMAPHANDLE& bitmap) noexcept {
@@ -122,10 +131,26 @@ void LeaveToOwner(BITMAPHANDLE&) noexcept {}
 
 }  // namespace
 
-const Storage kMappedStorage = {V_MemoryConventional, AllocateMapped, FreeMapped,
-                                ReadLinear,           WriteLinear,    ResizeMapped};
-const Storage kGlobalStorage = {V_MemoryConventional, RefuseAllocation, FreeGlobal,
-                                ReadLinear,           WriteLinear,      ResizeGlobal};
-const Storage kUserStorage = {V_MemoryUser, AllocateUser, LeaveToOwner, ReadLinear, WriteLinear, RefuseResize};
+const Storage kMappedStorage = {.memoryType = V_MemoryConventional,
+                                .allocate = AllocateMapped,
+                                .free = FreeMapped,
+                                .read = ReadLinear,
+                                .write = WriteLinear,
+                                .resize = ResizeMapped,
+                                .rowsAt = RowsAt};
+const Storage kGlobalStorage = {.memoryType = V_MemoryConventional,
+                                .allocate = RefuseAllocation,
+                                .free = FreeGlobal,
+                                .read = ReadLinear,
+                                .write = WriteLinear,
+                                .resize = ResizeGlobal,
+                                .rowsAt = RowsAt};
+const Storage kUserStorage = {.memoryType = V_MemoryUser,
+                              .allocate = AllocateUser,
+                              .free = LeaveToOwner,
+                              .read = ReadLinear,
+                              .write = WriteLinear,
+                              .resize = RefuseResize,
+                              .rowsAt = RowsAt};
 
 }  // namespace vexakrn

@@ -34,7 +34,7 @@ int32_t CopyOverlayBitmap(BITMAPHANDLE& src, BITMAPHANDLE** copy) noexcept {
   BITMAPHANDLE& dst = made[0];
   V_TRY(V_DupBitmapNewDim(&dst, &src, V_BITMAPHANDLE_SIZE, src.Width, src.Height, src.BitsPerPixel));
   int32_t status = V_AllocateBitmap(&dst, V_MemoryConventional);
-  if (status == kSuccess) status = CopyRows(dst, src);
+  if (status == kSuccess) status = CopyRows(dst, src, kNoReport);
   if (status != kSuccess) {
     V_FreeBitmap(&dst);
     return status;
@@ -51,6 +51,18 @@ int32_t CheckOverlay(const BITMAPOVERLAY* overlay) noexcept {
 }
 
 }  // namespace
+
+int32_t CopyOverlays(BITMAPHANDLE& dst, const BITMAPHANDLE& src, int32_t dx, int32_t dy) noexcept {
+  const OverlayTable* table = TableOf(src);
+  for (int32_t slot = 0; table && slot < kSlots; ++slot) {
+    BITMAPOVERLAY overlay = table->slots[slot];
+    if (!overlay.pBitmap) continue;
+    overlay.x = static_cast<int32_t>(static_cast<uint32_t>(overlay.x) + static_cast<uint32_t>(dx));
+    overlay.y = static_cast<int32_t>(static_cast<uint32_t>(overlay.y) + static_cast<uint32_t>(dy));
+    V_TRY(V_SetBitmapOverlay(&dst, slot, &overlay));
+  }
+  return kSuccess;
+}
 
 void FreeOverlays(BITMAPHANDLE& bitmap) noexcept {
   OverlayTable* table = TableOf(bitmap);

@@ -50,11 +50,13 @@ int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part
         callbacks->PutBitmapRowCol(&bitmap, buffer, part.row, part.column, part.count, callbacks->pUserData);
     if (result != 0) return static_cast<int64_t>(result);
   }
-  const auto write = StorageOf(bitmap).write;
-  if (!write) return kNoMemory;
+  const Storage& storage = StorageOf(bitmap);
+  if (!storage.write) return kNoMemory;
   if (!IsInside(bitmap, part)) return kInvalidParameter;
   const uint32_t offset = ColumnOffset(part.column, bitmap.BitsPerPixel);
-  return write(bitmap, static_cast<const uint8_t*>(buffer), part.row, offset, part.count);
+  const int64_t written = storage.write(bitmap, static_cast<const uint8_t*>(buffer), part.row, offset, part.count);
+  UpdateDataSize(bitmap, storage);
+  return written;
 }
 
 int32_t GetWholeRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept {

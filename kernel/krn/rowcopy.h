@@ -1,13 +1,20 @@
-// Pouring the rows of one bitmap into another of the same dimensions and depth.
+// Pouring rows, or a rectangle of pixels, of one bitmap into another of the same depth.
 #ifndef VEXAKRN_KRN_ROWCOPY_H
 #define VEXAKRN_KRN_ROWCOPY_H
 
-#include "vexakrn/bitmap.h"
+#include "common/settings.h"
+#include "vexakrn/copy.h"
 
 namespace vexakrn {
 
-// Both are accessed for the time. Returns 1, or the first failure.
-int32_t CopyRows(BITMAPHANDLE& dst, BITMAPHANDLE& src) noexcept;
+inline constexpr StatusCallbackPair kNoReport = {};
+
+// As V_CopyBitmapData with checked records. Both are accessed for the time, and `report` is told how far it is.
+int32_t CopyRows(BITMAPHANDLE& dst, BITMAPHANDLE& src, const StatusCallbackPair& report) noexcept;
+
+// Fills `dst` with the pixels of `src` from a column and a row on; they lie inside.
+int32_t CopyRectangle(BITMAPHANDLE& dst, BITMAPHANDLE& src, int32_t left, int32_t top,
+                      const StatusCallbackPair& report) noexcept;
 
 }  // namespace vexakrn
 

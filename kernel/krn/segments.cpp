@@ -2,6 +2,8 @@
 //
 // Where a segment starts and ends on whole bytes of the row its data goes in as it is. Else its pixels are laid over
 // the bytes that it touches, which are read first.
+#include "krn/segments.h"
+
 #include <cstring>
 
 #include "common/buffer.h"
@@ -9,7 +11,6 @@
 #include "common/record.h"
 #include "krn/diagnostics.h"
 #include "krn/rowcol.h"
-#include "vexakrn/rows.h"
 
 namespace vexakrn {
 namespace {
@@ -45,6 +46,8 @@ void LayPixels(const BITMAPROWSEGMENT& segment, int32_t bits, int32_t origin, ui
   });
 }
 
+}  // namespace
+
 int64_t PutSegment(BITMAPHANDLE& bitmap, const BITMAPROWSEGMENT& segment, int32_t row) noexcept {
   const int32_t bits = bitmap.BitsPerPixel;
   const Span span = SpanOf(segment, bits);
@@ -61,7 +64,6 @@ int64_t PutSegment(BITMAPHANDLE& bitmap, const BITMAPROWSEGMENT& segment, int32_
   return PutRowPart(bitmap, touched.data() + lead, {row, segment.column, bytes});
 }
 
-}  // namespace
 }  // namespace vexakrn
 
 using namespace vexakrn;

@@ -21,15 +21,27 @@ const Storage& LinearStorageOf(const BITMAPHANDLE& bitmap) noexcept {
 int32_t RefuseAllocation(BITMAPHANDLE&, const AllocationContext&) noexcept { return kNoMemory; }
 int32_t RefuseResize(BITMAPHANDLE&, int32_t) noexcept { return kInvalidParameter; }
 
-const Storage kNoStorage = {0, RefuseAllocation, FreeNothing, nullptr, nullptr, RefuseResize};
+const Storage kNoStorage = {.memoryType = 0,
+                            .allocate = RefuseAllocation,
+                            .free = FreeNothing,
+                            .read = nullptr,
+                            .write = nullptr,
+                            .resize = RefuseResize};
 
 const Storage& StorageOf(const BITMAPHANDLE& bitmap) noexcept {
   if (!HasFlag(bitmap, V_FlagAllocated)) return kNoStorage;
-  if (HasFlag(bitmap, V_FlagCompressed | V_FlagSuperCompressed)) return kNoStorage;  // no such store is built yet
-  return HasFlag(bitmap, V_FlagTiled) ? kTiledStorage : LinearStorageOf(bitmap);
+  if (HasFlag(bitmap, V_FlagCompressed)) return kCompressedStorage;
+  if (HasFlag(bitmap, V_FlagTiled)) return kTiledStorage;
+  return HasFlag(bitmap, V_FlagSuperCompressed) ? kSuperCompressedStorage : LinearStorageOf(bitmap);
+}
+
+uint64_t PackedSize(const BITMAPHANDLE& bitmap) noexcept {
+  if (!StorageOf(bitmap).heldBytes) return DataSize(bitmap);
+  return static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(bitmap.Height);
 }
 
 void ReleaseStorage(BITMAPHANDLE& bitmap) noexcept {
+  SetDataSize(bitmap, PackedSize(bitmap));  // what the next storage needs
   const BITMAPHANDLEDATACALLBACKS* callbacks = DataCallbacks(bitmap);
   const bool handled = callbacks && callbacks->FreeBitmapData &&
                        callbacks->FreeBitmapData(&bitmap, callbacks->pUserData) == kSuccessAbort;

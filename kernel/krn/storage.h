@@ -9,12 +9,26 @@
 
 namespace vexakrn {
 
+inline constexpr uint64_t kDefaultViewBytes = 64u << 20;
+
+// How a bitmap is tiled.
+struct TileSettings {
+  int64_t tileSize;       // bytes
+  int32_t tilesInMemory;  // as the fifth threshold
+  uint64_t maxViewBytes;  // of file tiles mapped at once
+};
+
 // What the allocation decision hands to the kind that it chose.
 struct AllocationContext {
   uint64_t conventionalLimit;  // bytes of conventional memory that the thread's thresholds leave
-  int64_t tileSize;            // bytes
-  int32_t tilesInMemory;       // the fifth threshold
+  TileSettings tiles;
   bool noDisk;
+};
+
+// Whole rows that lie in memory, one after the other; null data where they do not.
+struct RowSpan {
+  uint8_t* data;
+  int32_t rows;
 };
 
 struct Storage {
@@ -31,9 +45,32 @@ struct Storage {
   // Changes the number of rows; rows that are added are zero. The record's height and size are the caller's business.
   // A failure leaves the data as it was.
   int32_t (*resize)(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept;
+
+  // What a kind can do better than moving bytes; null where it cannot.
+
+  // The rows in memory from `row` on; valid until other rows of the bitmap are asked for or moved.
+  RowSpan (*rowsAt)(BITMAPHANDLE& bitmap, int32_t row) noexcept = nullptr;
+
+  // The data size, where it is not that of the packed rows.
+  uint64_t (*heldBytes)(const BITMAPHANDLE& bitmap) noexcept = nullptr;
+
+  // A row's run-length record (runs.h); it is the storage's own and stays valid until the row is written.
+  const uint8_t* (*recordAt)(BITMAPHANDLE& bitmap, int32_t row) noexcept = nullptr;
+
+  // Takes a copy of a record, which has been checked.
+  int32_t (*putRecord)(BITMAPHANDLE& bitmap, int32_t row, const uint8_t* record) noexcept = nullptr;
 };
 
-extern const Storage kMappedStorage, kGlobalStorage, kUserStorage, kTiledStorage, kDiskStorage, kNoStorage;
+extern const Storage kMappedStorage, kGlobalStorage, kUserStorage, kTiledStorage, kDiskStorage, kCompressedStorage,
+    kSuperCompressedStorage, kNoStorage;
+
+// Brings the record's data size up to date after its rows were written, in storage whose size depends on them.
+inline void UpdateDataSize(BITMAPHANDLE& bitmap, const Storage& storage) noexcept {
+  if (storage.heldBytes) SetDataSize(bitmap, storage.heldBytes(bitmap));
+}
+
+// The data size that other storage for the same rows would have.
+uint64_t PackedSize(const BITMAPHANDLE& bitmap) noexcept;
 
 // The kind that the record's flags name; kNoStorage when it has none, or when a callback keeps the data.
 const Storage& StorageOf(const BITMAPHANDLE& bitmap) noexcept;

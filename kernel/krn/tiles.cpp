@@ -12,8 +12,6 @@
 namespace vexakrn {
 namespace {
 
-constexpr uint64_t kDefaultViewBytes = 64u << 20;
-
 // How many tiles may be held in memory by the fifth threshold.
 uint32_t TilesByThreshold(int32_t threshold, uint32_t count) noexcept {
   if (threshold == 0) return count;
@@ -22,7 +20,7 @@ uint32_t TilesByThreshold(int32_t threshold, uint32_t count) noexcept {
 }
 
 TileTable* MakeTable(const BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept {
-  const uint64_t wanted = static_cast<uint64_t>(context.tileSize) / bitmap.BytesPerLine;
+  const uint64_t wanted = static_cast<uint64_t>(context.tiles.tileSize) / bitmap.BytesPerLine;
   const auto rows = static_cast<uint32_t>(std::clamp<uint64_t>(wanted, 1, static_cast<uint32_t>(bitmap.Height)));
   const uint32_t count = (static_cast<uint32_t>(bitmap.Height) + rows - 1) / rows;
   if (count > kMaxTiles) return nullptr;
@@ -40,7 +38,7 @@ TileTable* MakeTable(const BITMAPHANDLE& bitmap, const AllocationContext& contex
   table->context = context;
   table->file = platform::kNoFile;
   table->slotBytes = static_cast<uint64_t>(rows) * table->pitch;
-  table->maxViewBytes = std::max(kDefaultViewBytes, table->slotBytes);
+  table->maxViewBytes = std::max(context.tiles.maxViewBytes, table->slotBytes);
   table->newest = table->oldest = kNoTile;
   return table;
 }
@@ -129,6 +127,16 @@ int64_t WriteTiles(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uin
   return WalkTiles<const uint8_t>(bitmap, buffer, row, offset, count, WritePart);
 }
 
+RowSpan TileRowsAt(BITMAPHANDLE& bitmap, int32_t row) noexcept {
+  TileTable* table = TilesOf(bitmap);
+  if (!table || row >= table->height) return {};
+  const uint32_t index = static_cast<uint32_t>(row) / table->rowsPerTile;
+  const uint32_t first = static_cast<uint32_t>(row) % table->rowsPerTile;
+  if (index >= table->conventionalTiles && !EnsureView(*table, index)) return {};
+  return {table->tiles[index].view + static_cast<uint64_t>(first) * table->pitch,
+          static_cast<int32_t>(TileRows(*table, index) - first)};
+}
+
 }  // namespace
 
 uint32_t TileRows(const TileTable& table, uint32_t index) noexcept {
@@ -141,7 +149,7 @@ uint64_t TileBytes(const TileTable& table, uint32_t index) noexcept {
 
 uint32_t ChooseConventionalTiles(const TileTable& table, uint32_t tileCount, uint64_t dataSize) noexcept {
   const AllocationContext& context = table.context;
-  const uint32_t allowed = TilesByThreshold(context.tilesInMemory, tileCount);
+  const uint32_t allowed = TilesByThreshold(context.tiles.tilesInMemory, tileCount);
   if (context.noDisk) return allowed;
   const uint64_t held = table.conventionalTiles * table.slotBytes;
   const uint64_t available = SaturatingAdd(AvailableMemory(), held);
@@ -170,6 +178,12 @@ void FreeConventionalTile(TileTable& table, uint32_t index) noexcept {
   ReturnMemory(tile.reserved);
 }
 
-const Storage kTiledStorage = {V_MemoryTiled, AllocateTiles, FreeTiles, ReadTiles, WriteTiles, ResizeTiles};
+const Storage kTiledStorage = {.memoryType = V_MemoryTiled,
+                               .allocate = AllocateTiles,
+                               .free = FreeTiles,
+                               .read = ReadTiles,
+                               .write = WriteTiles,
+                               .resize = ResizeTiles,
+                               .rowsAt = TileRowsAt};
 
 }  // namespace vexakrn

@@ -1,0 +1,240 @@
+// Compressed storage: each row of a 1-bit bitmap is a run-length record of its own (runs.h).
+//
+//   record's address -> table of blocks -> block of up to 32768 rows: header, then a slot a row -> the row's record
+//
+// A header before the table holds what the store needs besides. Rows that were never written have no record, and are
+// white: all 0.
+#include <algorithm>
+#include <cstring>
+
+#include "common/buffer.h"
+#include "krn/rowheap.h"
+#include "krn/runs.h"
+#include "krn/storage.h"
+
+namespace vexakrn {
+namespace {
+
+struct RowTable {        // the block pointers follow it
+  uint64_t recordBytes;  // of all rows
+  uint64_t blockCount;
+  uint8_t* white;   // the record of a white row
+  uint8_t* record;  // work space: a record of any row,
+  uint8_t* row;     // and a packed row
+};
+
+RowBlock** BlocksOf(RowTable* table) noexcept { return reinterpret_cast<RowBlock**>(table + 1); }
+
+RowTable* TableOf(const BITMAPHANDLE& bitmap) noexcept {
+  void* blocks = bitmap.Addr.Compressed.pBlocks;
+  return blocks ? static_cast<RowTable*>(blocks) - 1 : nullptr;
+}
+
+uint64_t BlocksFor(int32_t height) noexcept {
+  return (static_cast<uint64_t>(height) + kRowsPerBlock - 1) / kRowsPerBlock;
+}
+
+// Rows of block `index` in a bitmap of this height.
+uint64_t RowsInBlock(uint64_t index, int32_t height) noexcept {
+  return std::min<uint64_t>(static_cast<uint64_t>(height) - index * kRowsPerBlock, kRowsPerBlock);
+}
+
+struct Place {
+  RowBlock& block;
+  RowSlot& slot;
+};
+
+Place PlaceOf(RowTable* table, int32_t row) noexcept {
+  RowBlock* block = BlocksOf(table)[row / kRowsPerBlock];
+  return {*block, SlotsOf(block)[row % kRowsPerBlock]};
+}
+
+const uint8_t* RecordOf(RowTable* table, int32_t row) noexcept {
+  const uint8_t* record = PlaceOf(table, row).slot.record;
+  return record ? record : table->white;
+}
+
+uint64_t PackedBytes(int32_t width) noexcept { return (static_cast<uint64_t>(width) + 7) / 8; }
+
+// --- the table ---
+
+// One piece of memory for the white record and the work space.
+bool MakeWorkSpace(RowTable& table, const BITMAPHANDLE& bitmap) noexcept {
+  const auto width = static_cast<uint32_t>(bitmap.Width);
+  const uint64_t recordRoom = RoundUp(MaxRecordBytes(width), 8);
+  const uint64_t whiteRoom = RoundUp(kRecordHeader + 2 * (1 + 2 * (uint64_t{width} / 65528 + 1)), 8);
+  auto* space = AllocateArray<uint8_t>(whiteRoom + recordRoom + bitmap.BytesPerLine);
+  if (!space) return false;
+  table.white = space;
+  table.record = space + whiteRoom;
+  table.row = table.record + recordRoom;
+  std::memset(table.row, 0, bitmap.BytesPerLine);
+  EncodeRecord(table.white, table.row, 0, width);
+  return true;
+}
+
+void FreeTable(RowTable* table) noexcept {
+  for (uint64_t i = 0; i < table->blockCount; ++i) FreeBlock(BlocksOf(table)[i]);
+  platform::Free(table->white);
+  platform::Free(table);
+}
+
+// Appends blocks up to `count`, whose rows are those of a bitmap of this height.
+bool AppendBlocks(RowTable* table, uint64_t count, int32_t height) noexcept {
+  for (uint64_t i = table->blockCount; i < count; ++i) {
+    RowBlock* block = MakeBlock(RowsInBlock(i, height));
+    if (!block) return false;
+    BlocksOf(table)[i] = block;
+    table->blockCount = i + 1;
+  }
+  return true;
+}
+
+int32_t AllocateRows(BITMAPHANDLE& bitmap, const AllocationContext&) noexcept {
+  const uint64_t count = BlocksFor(bitmap.Height);
+  auto* table = reinterpret_cast<RowTable*>(AllocateArray<uint8_t>(sizeof(RowTable) + count * sizeof(RowBlock*)));
+  if (!table) return kNoMemory;
+  *table = {};
+  if (!MakeWorkSpace(*table, bitmap) || !AppendBlocks(table, count, bitmap.Height)) {
+    FreeTable(table);
+    return kNoMemory;
+  }
+  bitmap.Addr.Compressed = {0, BlocksOf(table)};
+  return kSuccess;
+}
+
+void FreeRows(BITMAPHANDLE& bitmap) noexcept {
+  if (RowTable* table = TableOf(bitmap)) FreeTable(table);
+}
+
+// --- rows ---
+
+uint64_t HeldBytes(const BITMAPHANDLE& bitmap) noexcept {
+  const RowTable* table = TableOf(bitmap);
+  return table ? table->recordBytes : 0;
+}
+
+int32_t StoreRow(RowTable* table, int32_t row, const uint8_t* record, uint64_t bytes) noexcept {
+  const Place place = PlaceOf(table, row);
+  const uint64_t oldBytes = place.slot.record ? RecordBytes(place.slot.record) : 0;
+  V_TRY(StoreRecord(place.block, place.slot, record, bytes));
+  table->recordBytes += bytes - oldBytes;
+  return kSuccess;
+}
+
+// Calls `part(row, offset, bytes)` for each row that a transfer touches. Bytes after the last row are refused before.
+template <typename Part>
+int64_t WalkRows(const BITMAPHANDLE& bitmap, int32_t row, uint32_t offset, uint64_t count, Part part) noexcept {
+  const uint64_t pitch = bitmap.BytesPerLine;
+  const uint64_t start = static_cast<uint64_t>(static_cast<uint32_t>(row)) * pitch + offset;
+  if (!InsideRange(start, count, pitch * static_cast<uint32_t>(bitmap.Height))) return kInvalidParameter;
+  uint64_t at = offset;
+  for (uint64_t left = count; left > 0; ++row, at = 0) {
+    const uint64_t bytes = std::min(left, pitch - at);
+    V_TRY(part(row, at, bytes));
+    left -= bytes;
+  }
+  return static_cast<int64_t>(count);
+}
+
+int64_t ReadRows(BITMAPHANDLE& bitmap, uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept {
+  RowTable* table = TableOf(bitmap);
+  if (!table) return kNoImage;
+  return WalkRows(bitmap, row, offset, count, [&](int32_t at, uint64_t first, uint64_t bytes) {
+    ExpandRecord(RecordOf(table, at), first * 8, buffer, bytes);
+    buffer += bytes;
+    return kSuccess;
+  });
+}
+
+int64_t WriteRows(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept {
+  RowTable* table = TableOf(bitmap);
+  if (!table) return kNoImage;
+  const uint64_t packed = PackedBytes(bitmap.Width);
+  return WalkRows(bitmap, row, offset, count, [&](int32_t at, uint64_t first, uint64_t bytes) -> int32_t {
+    const uint8_t* source = buffer;
+    buffer += bytes;
+    if (first >= packed) return kSuccess;  // padding only
+    if (first > 0 || bytes < packed) {
+      ExpandRecord(RecordOf(table, at), 0, table->row, packed);
+      std::memcpy(table->row + first, source, std::min(bytes, packed - first));
+      source = table->row;
+    }
+    const uint64_t made = EncodeRecord(table->record, source, 0, static_cast<uint32_t>(bitmap.Width));
+    return StoreRow(table, at, table->record, made);
+  });
+}
+
+const uint8_t* RecordAt(BITMAPHANDLE& bitmap, int32_t row) noexcept {
+  RowTable* table = TableOf(bitmap);
+  return table ? RecordOf(table, row) : nullptr;
+}
+
+int32_t PutRecord(BITMAPHANDLE& bitmap, int32_t row, const uint8_t* record) noexcept {
+  RowTable* table = TableOf(bitmap);
+  return table ? StoreRow(table, row, record, RecordBytes(record)) : kNoImage;
+}
+
+// --- height ---
+
+// Drops the rows of a block from `rows` on.
+void CutBlock(RowTable* table, RowBlock& block, uint64_t rows) noexcept {
+  RowSlot* slots = SlotsOf(&block);
+  for (uint64_t i = rows; i < block.slots; ++i) {
+    if (!slots[i].record) continue;
+    table->recordBytes -= RecordBytes(slots[i].record);
+    DropRecord(block, slots[i]);
+  }
+  V_TrimBitmapHeap(block);  // without memory for that, the next row that is put tries again
+}
+
+void ShrinkRows(RowTable* table, int32_t newHeight) noexcept {
+  const uint64_t count = BlocksFor(newHeight);
+  while (table->blockCount > count) {
+    RowBlock* block = BlocksOf(table)[table->blockCount - 1];
+    CutBlock(table, *block, 0);
+    FreeBlock(block);
+    --table->blockCount;
+  }
+  CutBlock(table, *BlocksOf(table)[count - 1], RowsInBlock(count - 1, newHeight));
+}
+
+// Slots of the old last block first, then more blocks: what is made before a failure does no harm or is taken back.
+int32_t GrowRows(BITMAPHANDLE& bitmap, RowTable* table, int32_t newHeight) noexcept {
+  const uint64_t oldCount = table->blockCount, count = BlocksFor(newHeight);
+  RowBlock*& last = BlocksOf(table)[oldCount - 1];
+  RowBlock* grown = GrowBlock(last, RowsInBlock(oldCount - 1, newHeight));
+  if (!grown) return kNoMemory;
+  last = grown;
+  if (count == oldCount) return kSuccess;
+  const uint64_t bytes = sizeof(RowTable) + count * sizeof(RowBlock*);
+  auto* moved = static_cast<RowTable*>(platform::System().reallocate(table, bytes));
+  if (!moved) return kNoMemory;
+  bitmap.Addr.Compressed = {0, BlocksOf(moved)};
+  if (AppendBlocks(moved, count, newHeight)) return kSuccess;
+  while (moved->blockCount > oldCount) FreeBlock(BlocksOf(moved)[--moved->blockCount]);
+  return kNoMemory;
+}
+
+int32_t ResizeRows(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {
+  RowTable* table = TableOf(bitmap);
+  uint64_t bytes = 0;
+  if (!table || !SizeOfRows(bitmap, newHeight, &bytes)) return kNoMemory;
+  if (newHeight > bitmap.Height) return GrowRows(bitmap, table, newHeight);
+  ShrinkRows(table, newHeight);
+  return kSuccess;
+}
+
+}  // namespace
+
+const Storage kCompressedStorage = {.memoryType = V_MemoryCompressed,
+                                    .allocate = AllocateRows,
+                                    .free = FreeRows,
+                                    .read = ReadRows,
+                                    .write = WriteRows,
+                                    .resize = ResizeRows,
+                                    .heldBytes = HeldBytes,
+                                    .recordAt = RecordAt,
+                                    .putRecord = PutRecord};
+
+}  // namespace vexakrn

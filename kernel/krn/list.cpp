@@ -1,0 +1,255 @@
+// Bitmap lists: a count and an array of records.
+//
+// The array's capacity lies in a word before it. It grows by half and shrinks when three quarters are empty, so that
+// many insertions or removals in a row cost a constant time each.
+#include <algorithm>
+#include <cstring>
+
+#include "common/buffer.h"
+#include "common/record.h"
+#include "krn/callbacks.h"
+#include "vexakrn/copy.h"
+#include "vexakrn/list.h"
+
+struct VexaBitmapList {
+  uint32_t count;
+  BITMAPHANDLE* items;  // null for an empty list
+};
+
+namespace vexakrn {
+namespace {
+
+// --- the array ---
+
+constexpr uint64_t kCapacityBytes = 16;  // keeps the items where the allocator would align them
+
+uint8_t* BlockOf(BITMAPHANDLE* items) noexcept {
+  return items ? reinterpret_cast<uint8_t*>(items) - kCapacityBytes : nullptr;
+}
+
+uint64_t CapacityOf(BITMAPHANDLE* items) noexcept {
+  uint64_t capacity = 0;
+  if (items) std::memcpy(&capacity, BlockOf(items), sizeof capacity);
+  return capacity;
+}
+
+bool SetCapacity(VexaBitmapList& list, uint64_t capacity) noexcept {
+  const uint64_t bytes = kCapacityBytes + capacity * sizeof(BITMAPHANDLE);
+  const platform::Calls& system = platform::System();
+  auto* block =
+      static_cast<uint8_t*>(list.items ? system.reallocate(BlockOf(list.items), bytes) : system.allocate(bytes));
+  if (!block) return false;
+  std::memcpy(block, &capacity, sizeof capacity);
+  list.items = reinterpret_cast<BITMAPHANDLE*>(block + kCapacityBytes);
+  return true;
+}
+
+bool MakeRoomForOne(VexaBitmapList& list) noexcept {
+  const uint64_t capacity = CapacityOf(list.items);
+  return list.count < capacity || SetCapacity(list, capacity + capacity / 2 + 1);
+}
+
+// Takes items out of the array, without freeing what they own. A larger array than needed is no failure.
+void CloseGap(VexaBitmapList& list, uint32_t index, uint32_t count) noexcept {
+  BITMAPHANDLE* at = list.items + index;
+  std::memmove(static_cast<void*>(at), at + count, uint64_t{list.count - index - count} * sizeof *at);
+  list.count -= count;
+  if (list.count == 0) {
+    platform::Free(BlockOf(list.items));
+    list.items = nullptr;
+  } else if (list.count <= CapacityOf(list.items) / 4) {
+    SetCapacity(list, list.count * uint64_t{2});
+  }
+}
+
+// --- checks ---
+
+int32_t CheckList(const VexaBitmapList* list) noexcept {
+  if (!list) return kInvalidParameter;
+  if (list->count == 0) return kSuccess;
+  if (!list->items) return kNullPointer;
+  return list->items->uStructSize == V_BITMAPHANDLE_SIZE ? kSuccess : kInvalidStructSize;
+}
+
+// For what needs an item: its number is judged before the layout of the list.
+int32_t CheckItem(const VexaBitmapList* list, uint32_t index) noexcept {
+  if (!list || index >= list->count) return kInvalidParameter;
+  return CheckList(list);
+}
+
+uint32_t ItemsFrom(const VexaBitmapList& list, uint32_t index, uint32_t most) noexcept {
+  return std::min(list.count - index, most);
+}
+
+// --- records ---
+
+// A caller's record in the layout of the items.
+BITMAPHANDLE Widened(const BITMAPHANDLE& bitmap) noexcept {
+  BITMAPHANDLE item{};
+  std::memcpy(&item, &bitmap, bitmap.uStructSize);
+  if (IsOldLayout(bitmap)) {
+    item.LUTLength16 = 0;  // a private word of that layout
+    item.Size64 = item.Size32;
+  }
+  item.uStructSize = V_BITMAPHANDLE_SIZE;
+  return item;
+}
+
+int32_t CheckFits(const BITMAPHANDLE& item, uint32_t structSize) noexcept {
+  BITMAPHANDLE probe{};
+  probe.uStructSize = structSize;
+  return SetDataSize(probe, DataSize(item));
+}
+
+// Writes an item into a caller's record. The older layout has no place for callbacks: the item loses them.
+void Narrow(BITMAPHANDLE& item, BITMAPHANDLE* out, uint32_t structSize) noexcept {
+  if (structSize != V_BITMAPHANDLE_SIZE) {
+    if (HasFlag(item, V_FlagAllocated)) FreeDataCallbacks(item);
+    SetDataSize(item, DataSize(item));
+  }
+  std::memcpy(out, &item, structSize);
+  out->uStructSize = structSize;
+  if (IsOldLayout(*out)) out->LUTLength16 = 0;
+}
+
+// Forgets what a record shares with another one, so that it can be freed without it.
+void Unshare(BITMAPHANDLE& bitmap, const BITMAPHANDLE& other) noexcept {
+  const auto forget = [](auto mine, auto others) { return mine == others ? decltype(mine){} : mine; };
+  bitmap.pPalette = forget(bitmap.pPalette, other.pPalette);
+  bitmap.pLUT = forget(bitmap.pLUT, other.pLUT);
+  bitmap.pLUT16 = forget(bitmap.pLUT16, other.pLUT16);
+  bitmap.Overlays = forget(bitmap.Overlays, other.Overlays);
+  bitmap.pRgnInfo = forget(bitmap.pRgnInfo, other.pRgnInfo);
+  bitmap.DitherState = forget(bitmap.DitherState, other.DitherState);
+  bitmap.DataCallbacks = forget(bitmap.DataCallbacks, other.DataCallbacks);
+  const bool sameData = std::memcmp(&bitmap.Addr, &other.Addr, sizeof bitmap.Addr) == 0;
+  if (sameData && HasFlag(other, V_FlagAllocated)) bitmap.Flags &= ~kStorageFlags;
+}
+
+// A new list in `*made`, filled by `fill`; nothing is left of it after a failure.
+template <typename Fill>
+int32_t MakeList(HBITMAPLIST* made, Fill fill) noexcept {
+  HBITMAPLIST list = nullptr;
+  V_TRY(V_CreateBitmapList(&list));
+  const int32_t status = fill(*list);
+  if (status == kSuccess) {
+    *made = list;
+  } else {
+    V_DestroyBitmapList(list);
+  }
+  return status;
+}
+
+}  // namespace
+}  // namespace vexakrn
+
+using namespace vexakrn;
+
+int32_t V_CALL V_CreateBitmapList(HBITMAPLIST* list) noexcept {
+  if (!list) return kInvalidParameter;
+  auto* made = AllocateZeroed<VexaBitmapList>(1);
+  if (!made) return kNoMemory;
+  *list = made;
+  return kSuccess;
+}
+
+int32_t V_CALL V_DestroyBitmapList(HBITMAPLIST list) noexcept {
+  V_TRY(CheckList(list));
+  if (list->count > 0) V_TRY(V_DeleteBitmapListItems(list, 0, V_LIST_END));
+  platform::Free(BlockOf(list->items));
+  platform::Free(list);
+  return kSuccess;
+}
+
+int32_t V_CALL V_GetBitmapListCount(HBITMAPLIST list, uint32_t* count) noexcept {
+  if (!list || !count) return kInvalidParameter;
+  *count = list->count;
+  return kSuccess;
+}
+
+int32_t V_CALL V_InsertBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmap) noexcept {
+  V_TRY(CheckList(list));
+  V_TRY(CheckRecord(bitmap));
+  const BITMAPHANDLE item = Widened(*bitmap);
+  if (list->count == V_LIST_END || !MakeRoomForOne(*list)) return kNoMemory;
+  BITMAPHANDLE* at = list->items + std::min(index, list->count);
+  std::memmove(static_cast<void*>(at + 1), at, static_cast<uint64_t>(list->items + list->count - at) * sizeof *at);
+  *at = item;
+  ++list->count;
+  return kSuccess;
+}
+
+int32_t V_CALL V_RemoveBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmapOut) noexcept {
+  V_TRY(CheckItem(list, index));
+  if (bitmapOut) *bitmapOut = list->items[index];
+  CloseGap(*list, index, 1);
+  return kSuccess;
+}
+
+int32_t V_CALL V_GetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmapOut,
+                                   uint32_t structSize) noexcept {
+  if (!bitmapOut) return kInvalidParameter;
+  V_TRY(CheckItem(list, index));
+  if (!IsStructSize(structSize)) return kInvalidStructSize;
+  V_TRY(CheckFits(list->items[index], structSize));
+  Narrow(list->items[index], bitmapOut, structSize);
+  return kSuccess;
+}
+
+int32_t V_CALL V_SetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmap) noexcept {
+  V_TRY(CheckItem(list, index));
+  V_TRY(CheckRecord(bitmap));
+  const BITMAPHANDLE item = Widened(*bitmap);
+  BITMAPHANDLE old = list->items[index];
+  Unshare(old, item);
+  V_FreeBitmap(&old);
+  list->items[index] = item;
+  return kSuccess;
+}
+
+int32_t V_CALL V_ReplaceBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmap) noexcept {
+  V_TRY(CheckItem(list, index));
+  V_TRY(CheckRecord(bitmap));
+  const uint32_t structSize = bitmap->uStructSize;
+  V_TRY(CheckFits(list->items[index], structSize));
+  const BITMAPHANDLE item = Widened(*bitmap);
+  Narrow(list->items[index], bitmap, structSize);
+  list->items[index] = item;
+  return kSuccess;
+}
+
+int32_t V_CALL V_DeleteBitmapListItems(HBITMAPLIST list, uint32_t index, uint32_t count) noexcept {
+  if (count == 0) return kInvalidParameter;
+  V_TRY(CheckItem(list, index));
+  const uint32_t number = ItemsFrom(*list, index, count);
+  for (uint32_t i = index; i < index + number; ++i) V_FreeBitmap(&list->items[i]);
+  CloseGap(*list, index, number);
+  return kSuccess;
+}
+
+int32_t V_CALL V_CopyBitmapListItems(HBITMAPLIST* newList, HBITMAPLIST list, uint32_t index, uint32_t count) noexcept {
+  if (!newList || count == 0) return kInvalidParameter;
+  V_TRY(CheckItem(list, index));
+  return MakeList(newList, [&](VexaBitmapList& made) noexcept -> int32_t {
+    const uint32_t number = ItemsFrom(*list, index, count);
+    if (!SetCapacity(made, number)) return kNoMemory;
+    for (uint32_t i = 0; i < number; ++i) {
+      V_TRY(V_CopyBitmap(&made.items[i], &list->items[index + i], V_BITMAPHANDLE_SIZE));
+      made.count = i + 1;
+    }
+    return kSuccess;
+  });
+}
+
+int32_t V_CALL V_MoveBitmapListItems(HBITMAPLIST* newList, HBITMAPLIST list, uint32_t index, uint32_t count) noexcept {
+  if (!newList || count == 0) return kInvalidParameter;
+  V_TRY(CheckItem(list, index));
+  return MakeList(newList, [&](VexaBitmapList& made) noexcept -> int32_t {
+    const uint32_t number = ItemsFrom(*list, index, count);
+    if (!SetCapacity(made, number)) return kNoMemory;
+    std::memcpy(static_cast<void*>(made.items), list->items + index, number * sizeof(BITMAPHANDLE));
+    made.count = number;
+    CloseGap(*list, index, number);
+    return kSuccess;
+  });
+}
