@@ -45,7 +45,8 @@ struct Outcome {
 // The outcome for a bitmap far below every limit.
 Outcome SmallBitmapOutcome(uint32_t adjusted) {
   if (!IsValidRequest(adjusted)) return {-13, 0};
-  if ((adjusted & (V_MemoryCompressed | V_MemorySuperCompressed)) != 0) return {-1, 0};
+  if ((adjusted & V_MemoryCompressed) != 0) return {1, kConventional | V_FlagCompressed};
+  if ((adjusted & V_MemorySuperCompressed) != 0) return {1, kConventional | V_FlagSuperCompressed};
   if (adjusted == V_MemoryUser) return {1, kUser};
   if (adjusted == V_MemoryDisk) return {1, kDisk};
   return {1, kConventional};

@@ -170,13 +170,13 @@ INSTANTIATE_TEST_SUITE_P(All, MemoryInfoKinds, testing::ValuesIn(kStorageKinds),
 TEST_P(MemoryInfoKinds, ReportNamesTheStorage) {
   const StorageKind& kind = GetParam();
   AccountBalance balance;
-  StoredBitmap stored(kind, kCurrentLayout, 32, 20, 8);
+  StoredBitmap stored(kind, kCurrentLayout, kind.IsRuns() ? 256 : 32, 20, kind.IsRuns() ? 1 : 8);
   ASSERT_EQ(stored.Status(), 1);
   EXPECT_EQ(stored.Record().StorageFlags(), kind.flags);
   MemoryInfo info;
   ASSERT_EQ(ReadInfo(stored, info), 1);
   const bool others = (kind.flags & V_FlagMirror) != 0;
-  EXPECT_EQ(info.type, others ? 2u : kind.IsTiled() ? 4u : (kind.flags & V_FlagDiskMemory) != 0 ? 128u : 1u);
+  EXPECT_EQ(info.type, others ? uint32_t{V_MemoryUser} : kind.memory);
   if (!kind.IsTiled()) {
     EXPECT_EQ(info.tileSize, 0);
     EXPECT_EQ(info.totalTiles, 0);

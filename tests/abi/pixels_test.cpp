@@ -50,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(All, PixelStorage, testing::ValuesIn(kStorageKinds),
 TEST_P(PixelStorage, RawValuesAreThoseOfTheDisplayedPosition) {
   constexpr int32_t kWidth = 9, kHeight = 5;
   for (const int32_t bits : kDepths)
-    for (int32_t perspective = 1; perspective <= 8; ++perspective) {
+    for (int32_t perspective = 1; GetParam().Holds(bits) && perspective <= 8; ++perspective) {
       SCOPED_TRACE(testing::Message() << bits << " bits, perspective " << perspective);
       Random random(static_cast<uint64_t>(bits * 8 + perspective));
       StoredBitmap stored(GetParam(), kCurrentLayout, kWidth, kHeight, bits);
@@ -59,6 +59,7 @@ TEST_P(PixelStorage, RawValuesAreThoseOfTheDisplayedPosition) {
       const uint32_t pitch = stored->BytesPerLine;
       std::vector<uint8_t> model = random.Bytes(size_t{pitch} * kHeight);
       WritePixels(stored, model);
+      stored.DropPadding(model);
       const int32_t rows = perspective > 4 ? kWidth : kHeight, columns = perspective > 4 ? kHeight : kWidth;
       for (int32_t row = 0; row < rows; ++row)
         for (int32_t column = 0; column < columns; ++column) {

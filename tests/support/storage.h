@@ -102,7 +102,12 @@ struct StorageKind {
   int32_t fifth = 0;        // threshold: tiles in memory
   int32_t roomInTiles = 0;  // account limit in tiles, 0 for none
   bool IsTiled() const { return (flags & V_FlagTiled) != 0; }
-  bool IsLinear() const { return !IsTiled() && setup != kHost; }
+  bool IsRuns() const { return (flags & V_FlagCompressed) != 0; }
+  bool KnowsItsEnd() const { return !IsTiled() && setup != kHost; }
+  bool Holds(int32_t bits) const {
+    if ((flags & V_FlagSuperCompressed) != 0) return bits == 1 || bits == 8 || bits == 24;
+    return bits == 1 || !IsRuns();
+  }
   bool InOlderLayout() const { return setup == kRequest || setup == kUser; }
 };
 inline void PrintTo(const StorageKind& kind, std::ostream* out) { *out << kind.name; }
@@ -124,9 +129,18 @@ inline constexpr StorageKind kStorageKinds[] = {
     {"TilesThatOutgrowMemory", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 2, 6},
     {"TilesUnderAccountLimit", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 2, 0, 2},
     {"Disk", StorageKind::kRequest, V_MemoryDisk, V_FlagAllocated | V_FlagDiskMemory},
+    {"Compressed", StorageKind::kRequest, V_MemoryCompressed, kInMemory | V_FlagCompressed},
+    {"SuperCompressed", StorageKind::kRequest, V_MemorySuperCompressed, kInMemory | V_FlagSuperCompressed},
     kHostKind,
     kMovableKind,
 };
+
+// Zeroes what follows the last pixel of 1-bit rows.
+inline void ZeroPadding(std::vector<uint8_t>& pixels, size_t width, size_t pitch) {
+  for (size_t row = 0; row < pixels.size() / pitch; ++row)
+    for (size_t bit = width; bit < 8 * pitch; ++bit)
+      pixels[row * pitch + bit / 8] &= static_cast<uint8_t>(~(0x80u >> bit % 8));
+}
 
 // A bitmap in one kind of storage, all bytes zero, with the settings that keep it there. Tiled kinds need more rows
 // than fit one tile.
@@ -152,6 +166,11 @@ class StoredBitmap {
   BITMAPHANDLE* operator->() { return record_.get(); }
   HostStore& Host() { return host_; }
   ScopedThresholds& Thresholds() { return thresholds_; }
+
+  // What is got after bytes were put: run-length rows do not keep what follows the last pixel.
+  void DropPadding(std::vector<uint8_t>& pixels) {
+    if (kind_.IsRuns()) ZeroPadding(pixels, static_cast<size_t>(record_->Width), record_->BytesPerLine);
+  }
 
  private:
   int32_t Create(int32_t width, int32_t height, int32_t bits, int32_t order, uint64_t size) {

@@ -1,0 +1,167 @@
+// Rows as run-length records: in and out of every kind of storage, and bitmaps that hold them.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "support/bitmap.h"
+#include "support/guarded.h"
+#include "support/random.h"
+#include "support/storage.h"
+#include "vexakrn.h"
+
+namespace vexatest {
+namespace {
+
+std::vector<uint8_t> Record(const std::vector<uint16_t>& runs) {
+  std::vector<uint8_t> bytes(4 + 2 * runs.size());
+  const auto count = static_cast<uint32_t>(runs.size());
+  std::memcpy(bytes.data(), &count, 4);
+  std::memcpy(bytes.data() + 4, runs.data(), 2 * runs.size());
+  return bytes;
+}
+
+// What the row encoder makes of pixels from `column` on.
+std::vector<uint8_t> Encoded(std::vector<uint8_t>& row, int32_t column, int32_t pixels) {
+  std::vector<uint8_t> bytes(V_RECORD_BYTES(pixels));
+  EXPECT_EQ(V_CompressRow(bytes.data(), row.data() + column / 8, column % 8, pixels), pixels);
+  uint32_t count = 0;
+  std::memcpy(&count, bytes.data(), 4);
+  bytes.resize(4 + 2 * size_t{count});
+  return bytes;
+}
+
+// Stretches of pixels, as scans have them, with a random edge now and then.
+std::vector<uint8_t> SomeRow(Random& random, size_t bytes) {
+  std::vector<uint8_t> row(bytes, random.Coin() ? 0x00 : 0xFF);
+  for (uint64_t edges = random.Below(6); edges > 0; --edges) {
+    const size_t from = random.Below(bytes);
+    for (size_t i = from; i < bytes && i < from + 1 + random.Below(9); ++i)
+      row[i] = static_cast<uint8_t>(random.Next());
+  }
+  return row;
+}
+
+class RecordKinds : public testing::TestWithParam<StorageKind> {
+  AccountBalance balance_;
+};
+INSTANTIATE_TEST_SUITE_P(All, RecordKinds, testing::ValuesIn(kStorageKinds),
+                         [](const auto& kind) { return std::string(kind.param.name); });
+
+// Whole rows and stretches of them as records, against packed rows of a model.
+TEST_P(RecordKinds, RowsGoInAndOutAsRecords) {
+  for (const int32_t width : {1, 7, 8, 9, 64, 200, 331}) {
+    Random random(static_cast<uint64_t>(width));
+    StoredBitmap stored(GetParam(), kCurrentLayout, width, 9, 1);
+    const size_t pitch = stored->BytesPerLine;
+    std::vector<std::vector<uint8_t>> model(9, std::vector<uint8_t>(pitch));
+    const Access access(stored);
+    for (int step = 0; step < 120; ++step) {
+      SCOPED_TRACE(testing::Message() << "width " << width << ", step " << step);
+      const int32_t row = random.Between(0, 8), column = random.Coin() ? 0 : random.Between(0, width - 1);
+      const int32_t pixels = column == 0 && random.Coin() ? width : random.Between(1, width - column);
+      std::vector<uint8_t>& line = model[static_cast<size_t>(row)];
+      if (random.Coin()) {
+        std::vector<uint8_t> source = SomeRow(random, pitch + 1);
+        const std::vector<uint8_t> record = Encoded(source, 3, pixels);
+        const bool whole = pixels == width && random.Coin();
+        ASSERT_EQ(whole
+                      ? V_PutBitmapRowCompressed(stored, record.data(), row, record.size())
+                      : V_PutBitmapRowColCompressed(stored, record.data(), row, column, static_cast<uint64_t>(pixels)),
+                  static_cast<int64_t>(record.size()));
+        for (int32_t p = 0; p < pixels; ++p) PutPixelAt(line.data(), column + p, 1, PixelAt(source.data(), 3 + p, 1));
+      } else {
+        const std::vector<uint8_t> want = Encoded(line, column, pixels);
+        GuardedBytes got(want.size());
+        ASSERT_EQ(pixels == width ? V_GetBitmapRowCompressed(stored, got.data(), row, want.size())
+                                  : static_cast<int64_t>(want.size()),
+                  static_cast<int64_t>(want.size()));
+        if (pixels == width) {
+          ASSERT_EQ(got, want);
+        }
+        GuardedBytes part(V_RECORD_BYTES(pixels));
+        ASSERT_EQ(V_GetBitmapRowColCompressed(stored, part.data(), row, column, static_cast<uint64_t>(pixels)),
+                  static_cast<int64_t>(want.size()));
+        ASSERT_EQ(std::memcmp(part.data(), want.data(), want.size()), 0);
+        ASSERT_TRUE(got.GuardsIntact() && part.GuardsIntact());
+      }
+      std::vector<uint8_t> row8(pitch);
+      ASSERT_EQ(V_GetBitmapRow(stored, row8.data(), row, pitch), static_cast<int64_t>(pitch));
+      ASSERT_EQ(row8, line);
+    }
+  }
+}
+
+TEST_P(RecordKinds, MalformedRecordsAndArgumentsChangeNothing) {
+  StoredBitmap stored(GetParam(), kCurrentLayout, 20, 3, 1);
+  const std::vector<uint8_t> pixels = {1, 2, 0x30, 0, 4, 5, 0x60, 0, 7, 8, 0x90, 0};
+  WritePixels(stored, pixels);
+  const Access access(stored);
+  const std::vector<uint8_t> good = Record({5, 15});
+  std::vector<uint8_t> lies = good;
+  lies[0] = 200;
+  std::vector<uint8_t> huge = good;
+  std::memset(huge.data(), 0xFF, 4);
+  for (const std::vector<uint8_t>& record :
+       {Record({}), Record({19}), Record({21}), Record({5, 5, 5}), Record({65535, 65535, 20}), lies, huge,
+        Record(std::vector<uint16_t>(22, 0)), std::vector<uint8_t>(3)}) {
+    GuardedBytes bytes(record.size());
+    std::copy(record.begin(), record.end(), bytes.data());
+    EXPECT_EQ(V_PutBitmapRowCompressed(stored, bytes.data(), 1, record.size()), -13);
+  }
+  EXPECT_EQ(V_PutBitmapRowCompressed(stored, good.data(), 1, good.size() - 1), -13);
+  EXPECT_EQ(V_PutBitmapRowCompressed(stored, nullptr, 1, 8), -13);
+  EXPECT_EQ(V_PutBitmapRowCompressed(nullptr, good.data(), 1, 8), -13);
+  if (GetParam().setup != StorageKind::kHost) {
+    for (const int32_t row : {-1, 3}) EXPECT_EQ(V_PutBitmapRowCompressed(stored, good.data(), row, 8), -13);
+  }
+  uint8_t record[64] = {};
+  for (const int32_t column : {-1, 20}) {
+    EXPECT_EQ(V_GetBitmapRowColCompressed(stored, record, 0, column, 1), -13);
+    EXPECT_EQ(V_PutBitmapRowColCompressed(stored, good.data(), 0, column, 20), -13);
+  }
+  for (const uint64_t count : {uint64_t{0}, uint64_t{19}, UINT64_MAX})
+    EXPECT_EQ(V_GetBitmapRowColCompressed(stored, record, 0, 2, count), -13);
+  EXPECT_EQ(V_GetBitmapRowCompressed(stored, record, 0, 7), -13) << "no room";
+  EXPECT_EQ(record[0], 0);
+  EXPECT_EQ(ReadPixels(stored), pixels);
+}
+
+TEST(Records, AreForOneBitPerPixel) {
+  Bitmap bitmap;
+  bitmap.Create(1, 20, 3, 8);
+  uint8_t record[64] = {};
+  EXPECT_EQ(V_GetBitmapRowCompressed(bitmap, record, 0, 64), -27);
+  EXPECT_EQ(V_PutBitmapRowColCompressed(bitmap, record, 0, 0, 1), -27);
+}
+
+// The size of a bitmap of compressed rows is that of its records, kept current by puts and height changes; the next
+// storage is as large as the rows are.
+TEST(CompressedBitmap, KnowsWhatItHolds) {
+  AccountBalance balance;
+  for (const uint32_t layout : kLayouts) {
+    Bitmap bitmap(layout);
+    ASSERT_EQ(bitmap.Create(V_MemoryCompressed, 70000, 40000, 1), 1);
+    std::vector<uint8_t> row(bitmap->BytesPerLine);
+    ASSERT_EQ(V_PutBitmapRow(bitmap, row.data(), 39999, row.size()), static_cast<int64_t>(row.size()));
+    EXPECT_EQ(bitmap.DataSize(), 10u) << "65528, 0, 4472";
+    row[0] = 0xF0;
+    ASSERT_EQ(V_PutBitmapRow(bitmap, row.data(), 100, row.size()), static_cast<int64_t>(row.size()));
+    EXPECT_EQ(bitmap.DataSize(), 10u + 14u);  // 0, 4, then 65532, 0, 4464
+    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 32768), 1);
+    EXPECT_EQ(bitmap.DataSize(), 14u);
+    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 32770), 1);
+    std::vector<uint8_t> got(row.size(), 1);
+    ASSERT_EQ(V_GetBitmapRow(bitmap, got.data(), 32769, got.size()), static_cast<int64_t>(got.size()));
+    EXPECT_EQ(std::count(got.begin(), got.end(), 0), static_cast<int64_t>(got.size()));
+    ASSERT_EQ(V_GetBitmapRow(bitmap, got.data(), 100, got.size()), static_cast<int64_t>(got.size()));
+    EXPECT_EQ(got, row);
+    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 7), 1);
+    EXPECT_EQ(bitmap.DataSize(), 0u);
+    ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
+    EXPECT_EQ(bitmap.DataSize(), 7 * row.size());
+    EXPECT_EQ(ReadPixels(bitmap), std::vector<uint8_t>(7 * row.size(), 0));
+  }
+}
+
+}  // namespace
+}  // namespace vexatest
