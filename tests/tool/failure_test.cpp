@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <nlohmann/json.hpp>
 
-#include "tool/tool.h"
+#include "tool/expect.h"
 
 #ifndef _WIN32
 #include <unistd.h>
@@ -12,14 +11,6 @@
 
 namespace tool {
 namespace {
-
-void ExpectOneLine(const Outcome& outcome, int exitCode, const std::string& part) {
-  EXPECT_EQ(outcome.exitCode, exitCode) << outcome.errors;
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
-  EXPECT_EQ(outcome.errors.rfind("vexa: ", 0), 0u) << outcome.errors;
-  EXPECT_NE(outcome.errors.find(part), std::string::npos) << outcome.errors << " lacks: " << part;
-}
 
 TEST(Failure, EverySampleCutShortIsAnErrorWithoutOutput) {
   for (const std::string& name : SampleNames()) {
@@ -124,7 +115,21 @@ TEST(Failure, WrongUsageHasItsOwnExitCode) {
                                                         {"convert", "a.pgm", "b.pgm", "--tile-size", "64Q"},
                                                         {"convert", "a.pgm", "b.pgm", "--memory-limit", "0"},
                                                         {"convert", "a.pgm", "b.pgm", "--page", "0"},
-                                                        {"convert", "a.pgm", "b.pgm", "--page", "one"}};
+                                                        {"convert", "a.pgm", "b.pgm", "--page", "one"},
+                                                        {"crop", "a.pgm", "b.pgm"},
+                                                        {"crop", "a.pgm", "b.pgm", "--rect", "1,2,3"},
+                                                        {"crop", "a.pgm", "b.pgm", "--rect", "1,2,3,4,5"},
+                                                        {"crop", "a.pgm", "b.pgm", "--rect", "0,0,0,9"},
+                                                        {"crop", "a.pgm", "b.pgm", "--rect", "0,0,9,9999999999"},
+                                                        {"crop", "a.pgm", "b.pgm", "--rect", "0,0,9,9x"},
+                                                        {"pages"},
+                                                        {"pages", "split", "a.pgm"},
+                                                        {"pages", "split", "a.pgm", "b"},
+                                                        {"pages", "split", "a.pgm", "b.pgm", "--pages", "0"},
+                                                        {"pages", "split", "a.pgm", "b.pgm", "--pages", "3-2"},
+                                                        {"pages", "split", "a.pgm", "b.pgm", "--pages", "1,,2"},
+                                                        {"pages", "join", "a.tif"},
+                                                        {"pages", "join", "a.pgm", "b.pgm"}};
   for (const std::vector<std::string>& line : kLines) ExpectOneLine(Vexa(line), 2, "--help");
   for (const std::vector<std::string>& line :
        std::vector<std::vector<std::string>>{{"--help"}, {"info", "--help"}, {"convert", "--help"}, {"--version"}}) {
@@ -204,7 +209,7 @@ TEST(Memory, LimitBoundsWhatIsResident) {
       gallery, {"big", VEXA_PROGRAM, folder / "big", folder / "report.json", "--side", "6000", "--limit", "8M"});
   ASSERT_EQ(outcome.exitCode, 0) << outcome.output << outcome.errors;
   EXPECT_TRUE(fs::is_empty(folder / "big"));
-  const nlohmann::json report = nlohmann::json::parse(Load(folder / "report.json"));
+  const Json report = Json::parse(Load(folder / "report.json"));
   ASSERT_EQ(report["runs"].size(), 2u);
   for (const auto& run : report["runs"]) {
     EXPECT_TRUE(run["identical"]);

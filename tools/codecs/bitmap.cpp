@@ -44,10 +44,10 @@ void Bitmap::Free() {
 void Bitmap::Describe(uint64_t width, uint64_t height, int bits) {
   CheckSize(width, height);
   Free();
-  resolutionStated_ = false;
   CheckStatus(
       V_InitBitmap(&record_, V_BITMAPHANDLE_SIZE, static_cast<int32_t>(width), static_cast<int32_t>(height), bits));
   record_.ViewPerspective = V_ViewTopLeft;
+  record_.XResolution = record_.YResolution = 0;  // until a file states one
 }
 
 void Bitmap::SetPalette(const std::vector<RGBQUAD>& palette) {
@@ -67,7 +67,6 @@ void Bitmap::SetResolution(double x, double y) {
   if (!(x >= 0.5 && y >= 0.5 && x < 1e9 && y < 1e9)) return;
   record_.XResolution = static_cast<int32_t>(std::lround(x));
   record_.YResolution = static_cast<int32_t>(std::lround(y));
-  resolutionStated_ = true;
 }
 
 void Bitmap::Allocate(uint32_t memoryType) {
@@ -85,6 +84,25 @@ void Bitmap::AllocateUser(std::vector<uint8_t>& storage) {
   storage.assign(static_cast<size_t>(DataBytes()), 0);
   CheckStatus(V_SetBitmapDataPointer(&record_, storage.data(), storage.size()));
   Access();
+}
+
+BITMAPHANDLE Bitmap::Surrender() {
+  if (accessed_) CheckStatus(V_ReleaseBitmap(&record_));
+  accessed_ = false;
+  const BITMAPHANDLE record = record_;
+  CheckStatus(V_InitBitmap(&record_, V_BITMAPHANDLE_SIZE, 0, 0, 0));
+  return record;
+}
+
+void Bitmap::Adopt(const BITMAPHANDLE& record) {
+  Free();
+  record_ = record;
+  Access();
+}
+
+void Bitmap::Crop(const RECT& stored, uint32_t memoryType) {
+  CheckStatus(V_CopyBitmapRect2(nullptr, &record_, V_BITMAPHANDLE_SIZE, stored.left, stored.top,
+                                stored.right - stored.left, stored.bottom - stored.top, memoryType));
 }
 
 void Bitmap::Access() {

@@ -30,6 +30,13 @@ class Bitmap {
   void Allocate(uint32_t memoryType);
   void AllocateUser(std::vector<uint8_t>& storage);
 
+  // Hands over the record with all that it owns and is empty afterwards; takes one over, accessed from here on.
+  BITMAPHANDLE Surrender();
+  void Adopt(const BITMAPHANDLE& record);
+
+  // Keeps a rectangle of the stored pixels, in storage of its own by a memory request.
+  void Crop(const RECT& stored, uint32_t memoryType);
+
   int32_t Width() const { return record_.Width; }
   int32_t Height() const { return record_.Height; }
   int32_t Bits() const { return record_.BitsPerPixel; }
@@ -39,7 +46,7 @@ class Bitmap {
   uint64_t DataBytes() const { return record_.Size64; }
   size_t RowBytes() const;  // of the pixels of a row, without padding
   std::vector<RGBQUAD> Palette() const;
-  bool ResolutionStated() const { return resolutionStated_; }
+  bool ResolutionStated() const { return record_.XResolution > 0 && record_.YResolution > 0; }
 
   // Up to 8 bits the palette says what is gray: `IsGray` black to white in equal steps (any number of them),
   // `IsInvertedGray` white to black in 2^bits steps. Above, the order says it.
@@ -64,7 +71,6 @@ class Bitmap {
 
   BITMAPHANDLE record_;
   bool accessed_ = false;
-  bool resolutionStated_ = false;
 };
 
 // Colour value of a palette index, for Transparency and Background.

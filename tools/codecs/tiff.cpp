@@ -2,8 +2,8 @@
 // stored.
 //
 // Gray and palettes of 1 to 8 bits, gray of 12 and 16 bits, and colour of 8 and 16 bits a sample are read row by row,
-// or tile by tile straight into the bitmap. Other kinds (inks, luminance and chrominance, ...) go through the library's
-// own conversion to 8-bit colour.
+// or a few tiles at a time. Other kinds (inks, luminance and chrominance, ...) go through the library's own conversion
+// to 8-bit colour.
 #include <tiffio.h>
 
 #include <algorithm>
@@ -21,6 +21,7 @@ namespace {
 
 constexpr uint64_t kClassicLimit = 0xF0000000;  // beyond this a file needs 64-bit offsets
 constexpr uint64_t kLargestBlock = uint64_t{1} << 28;
+constexpr uint64_t kBandBytes = uint64_t{4} << 20;  // of tiles that are put into a bitmap together
 
 // The library on a File. Callbacks never throw: they note the reason, which Fail throws.
 class TiffLink {
@@ -257,38 +258,61 @@ class TiffReader : public Reader {
     }
   }
 
-  void ReadTiles(Bitmap& bitmap, Progress& progress) {
-    uint32_t tileWidth = 0, tileHeight = 0;
-    TIFFGetField(tiff(), TIFFTAG_TILEWIDTH, &tileWidth);
-    TIFFGetField(tiff(), TIFFTAG_TILELENGTH, &tileHeight);
-    if (tileWidth == 0 || tileHeight == 0 || tileWidth % 8 != 0) throw Error("the size of the tiles is damaged");
+  // Tiles side by side are put together before they go into the bitmap: storage that is compressed or on disk wants
+  // whole rows, or long stretches of them.
+  struct Tiles {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint64_t rowBytes = 0;
+    std::vector<uint8_t> one;
+    std::vector<uint8_t> band;
+  };
+
+  Tiles TilesOfPage() const {
+    Tiles tiles;
+    TIFFGetField(tiff(), TIFFTAG_TILEWIDTH, &tiles.width);
+    TIFFGetField(tiff(), TIFFTAG_TILELENGTH, &tiles.height);
+    if (tiles.width == 0 || tiles.height == 0 || tiles.width % 8 != 0) throw Error("the size of the tiles is damaged");
     const uint64_t bytes = TIFFTileSize64(tiff());
-    const uint64_t rowBytes = TIFFTileRowSize64(tiff());
-    if (bytes == 0 || bytes > kLargestBlock || rowBytes < layout_.ScanBytes(tileWidth) || bytes < rowBytes * tileHeight)
+    tiles.rowBytes = TIFFTileRowSize64(tiff());
+    if (bytes == 0 || bytes > kLargestBlock || tiles.rowBytes < layout_.ScanBytes(tiles.width) ||
+        bytes < tiles.rowBytes * tiles.height)
       throw Error("the size of the tiles is damaged or too large");
-    std::vector<uint8_t> tile(bytes + 8);
-    std::vector<uint8_t> part(PackedBytes(tileWidth, layout_.bits));
+    tiles.one.resize(bytes + 8);
+    return tiles;
+  }
+
+  void ReadTiles(Bitmap& bitmap, Progress& progress) {
+    Tiles tiles = TilesOfPage();
     const int planes = layout_.separate ? layout_.samples : 1;
-    const uint32_t tilesDown = (layout_.height - 1) / tileHeight + 1, tilesAcross = (layout_.width - 1) / tileWidth + 1;
-    progress.BeginPart(bitmap.Height(), int64_t{tilesDown} * tilesAcross * planes);
-    for (int plane = 0; plane < planes; ++plane) {
-      for (uint64_t top = 0; top < layout_.height; top += tileHeight) {
-        for (uint64_t left = 0; left < layout_.width; left += tileWidth) {
-          link_.Require(TIFFReadTile(tiff(), tile.data(), static_cast<uint32_t>(left), static_cast<uint32_t>(top), 0,
-                                     static_cast<uint16_t>(plane)) != -1);
-          const int32_t rows = static_cast<int32_t>(std::min<uint64_t>(tileHeight, layout_.height - top));
-          const int32_t columns = static_cast<int32_t>(std::min<uint64_t>(tileWidth, layout_.width - left));
-          const size_t partBytes = PackedBytes(columns, layout_.bits);
-          for (int32_t y = 0; y < rows; ++y) {
-            const int32_t row = static_cast<int32_t>(top) + y, column = static_cast<int32_t>(left);
-            if (plane > 0) bitmap.GetPart(row, column, part.data(), partBytes);
-            layout_.Unpack(tile.data() + rowBytes * static_cast<uint64_t>(y), part.data(), columns, plane);
-            bitmap.PutPart(row, column, part.data(), partBytes);
-          }
-          progress.Step();
-        }
-      }
+    const uint32_t down = (layout_.height - 1) / tiles.height + 1, across = (layout_.width - 1) / tiles.width + 1;
+    const uint64_t tileBytes = uint64_t{PackedBytes(tiles.width, layout_.bits)} * tiles.height;
+    const uint64_t bandWidth = std::clamp<uint64_t>(kBandBytes / tileBytes, 1, across) * tiles.width;
+    progress.BeginPart(bitmap.Height(), int64_t{down} * across * planes);
+    for (int plane = 0; plane < planes; ++plane)
+      for (uint64_t top = 0; top < layout_.height; top += tiles.height)
+        for (uint64_t left = 0; left < layout_.width; left += bandWidth)
+          ReadBand(tiles, plane, static_cast<int32_t>(top), static_cast<int32_t>(left),
+                   static_cast<int32_t>(std::min(bandWidth, layout_.width - left)), bitmap, progress);
+  }
+
+  void ReadBand(Tiles& tiles, int plane, int32_t top, int32_t left, int32_t width, Bitmap& bitmap, Progress& progress) {
+    const int32_t rows = static_cast<int32_t>(std::min(tiles.height, layout_.height - static_cast<uint32_t>(top)));
+    const size_t bytes = PackedBytes(width, layout_.bits);
+    tiles.band.resize(bytes * static_cast<size_t>(rows));
+    uint8_t* const band = tiles.band.data();
+    if (plane > 0)  // it goes into the rows that the earlier ones began
+      for (int32_t y = 0; y < rows; ++y) bitmap.GetPart(top + y, left, band + bytes * static_cast<size_t>(y), bytes);
+    for (int64_t x = 0; x < width; x += tiles.width) {
+      link_.Require(TIFFReadTile(tiff(), tiles.one.data(), static_cast<uint32_t>(left + x), static_cast<uint32_t>(top),
+                                 0, static_cast<uint16_t>(plane)) != -1);
+      const int32_t columns = static_cast<int32_t>(std::min<int64_t>(tiles.width, width - x));
+      for (size_t y = 0; y < static_cast<size_t>(rows); ++y)
+        layout_.Unpack(tiles.one.data() + tiles.rowBytes * y, band + bytes * y + PackedBytes(x, layout_.bits), columns,
+                       plane);
+      progress.Step();
     }
+    for (int32_t y = 0; y < rows; ++y) bitmap.PutPart(top + y, left, band + bytes * static_cast<size_t>(y), bytes);
   }
 
   // The library's conversion gives blocks of red, green, blue, alpha words whose first row is the lowest.

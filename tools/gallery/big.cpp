@@ -1,6 +1,5 @@
 #include "gallery/big.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +9,7 @@
 
 #include "codecs/error.h"
 #include "codecs/file.h"
+#include "gallery/clock.h"
 
 namespace vexa::gallery {
 namespace {
@@ -80,9 +80,9 @@ Json LoadJson(const std::string& path) {
 }  // namespace
 
 int Measure(const std::string& report, const std::vector<std::string>& command) {
-  const auto start = std::chrono::steady_clock::now();
+  const Clock running;
   const int result = RunCommand(command);
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = running.Milliseconds() / 1000;
   std::ofstream(report) << Json{{"seconds", seconds}, {"peak_bytes", PeakChildBytes()}};
   return result == 0 ? 0 : 1;
 }

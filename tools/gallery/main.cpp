@@ -7,6 +7,7 @@
 #include "codecs/codec.h"
 #include "codecs/error.h"
 #include "gallery/big.h"
+#include "gallery/document.h"
 #include "gallery/page.h"
 #include "gallery/runs.h"
 
@@ -30,6 +31,19 @@ std::vector<fs::path> SampleFiles(const std::string& folder) {
   return files;
 }
 
+// Made from a sample that this build may lack the codec for.
+std::optional<DocumentReport> MakeDocument(const std::string& samples) {
+  const fs::path sample = fs::path(samples) / "doc_text_300dpi.tif";
+  const Format* format = FormatOfExtension(sample.string());
+  if (!fs::exists(sample) || !format->open) return {};
+  DocumentReport report = RunDocument(sample);
+  for (const DocumentRun& run : report.runs)
+    std::printf("%d x %d pixels, %-16s %9llu bytes, put %.2f ms, get %.2f ms, rows %s\n", report.width, report.height,
+                run.storage.c_str(), static_cast<unsigned long long>(run.bytesHeld), run.putMilliseconds,
+                run.getMilliseconds, run.identical ? "identical" : "DIFFERENT");
+  return report;
+}
+
 // 0 when every image came through every storage kind.
 int MakeGallery(const Options& options) {
   fs::create_directories(options.folder);
@@ -46,13 +60,16 @@ int MakeGallery(const Options& options) {
     std::printf("%-26s %-26s%s\n", sample.name.c_str(), sample.depth.c_str(), kinds.c_str());
   }
   if (samples.empty()) throw Error(options.samples, "there are no images in this folder");
+  const std::optional<DocumentReport> document = MakeDocument(options.samples);
+  if (document)
+    for (const DocumentRun& run : document->runs) allIdentical = allIdentical && run.identical;
   std::optional<BigReport> big;
   if (!options.bigReport.empty()) {
     big = LoadReport(options.bigReport);
     for (const BigRun& run : big->runs) allIdentical = allIdentical && run.identical;
   }
   std::ofstream page(fs::path(options.folder) / "index.html", std::ios::binary);
-  page << MakePage(samples, big);
+  page << MakePage(samples, document, big);
   page.close();
   if (!page) throw Error(options.folder, "the page could not be written");
   return allIdentical ? 0 : 1;

@@ -158,9 +158,29 @@ std::string BigSection(const BigReport& big) {
   return html + "</tbody></table></div>\n";
 }
 
+double ShareOfPacked(const DocumentReport& document, const DocumentRun& run) {
+  return static_cast<double>(run.bytesHeld) / static_cast<double>(document.runs.front().bytesHeld);
+}
+
+std::string DocumentSection(const DocumentReport& document) {
+  std::string html =
+      "<h2>A page of text at 600 dots per inch</h2>\n<p>An A4 page of " + std::to_string(document.width) + " &times; " +
+      std::to_string(document.height) + " pixels, 1 bit each: the text of " + Escaped(document.sample) +
+      ", enlarged twice with smooth edges, and repeated. All its rows were put into fresh storage one by one, and got "
+      "from there and compared. Times are the best of several rounds.</p>\n<div class=scroll><table><thead><tr>"
+      "<th>Storage</th><th class=n>Bytes held</th><th class=n>Of packed rows</th><th class=n>Put all rows, ms</th>"
+      "<th class=n>Get all rows, ms</th><th>Identical</th></tr></thead><tbody>\n";
+  for (const DocumentRun& run : document.runs)
+    html += "<tr>" + Cell(run.storage) + Cell(Grouped(run.bytesHeld), "n") +
+            Cell(Fixed(100 * ShareOfPacked(document, run), 1) + " %", "n") + Cell(Fixed(run.putMilliseconds, 2), "n") +
+            Cell(Fixed(run.getMilliseconds, 2), "n") + Cell(Verdict(run.identical, "")) + "</tr>\n";
+  return html + "</tbody></table></div>\n";
+}
+
 }  // namespace
 
-std::string MakePage(const std::vector<Sample>& samples, const std::optional<BigReport>& big) {
+std::string MakePage(const std::vector<Sample>& samples, const std::optional<DocumentReport>& document,
+                     const std::optional<BigReport>& big) {
   size_t runs = 0, identical = 0;
   std::string cards, rows;
   for (const Sample& sample : samples) {
@@ -170,12 +190,17 @@ std::string MakePage(const std::vector<Sample>& samples, const std::optional<Big
   }
   std::string html = kHead;
   html +=
-      "<h1>vexa gallery</h1>\n<p>Every sample image was read into each kind of storage, written to a memory stream, "
-      "read back, and compared pixel by pixel with the first reading.</p>\n<div class=facts>\n";
+      "<h1>vexa gallery</h1>\n<p>Every sample image was read into each kind of storage that takes its depth, written "
+      "to a memory stream, read back, and compared pixel by pixel with the first reading.</p>\n<div class=facts>\n";
   html += Fact(std::to_string(samples.size()), "images") + Fact(std::to_string(runs), "ways through storage") +
           Fact(std::to_string(identical), "identical");
+  if (document) {
+    const double share = ShareOfPacked(*document, document->runs.back());
+    html += Fact("1 : " + Fixed(1 / share, 0), "page of text, " + document->runs.back().storage);
+  }
   if (big) html += Fact(Fixed(static_cast<double>(big->fileBytes) / 1e9, 1) + " GB", "under " + Escaped(big->limit));
   html += "</div>\n<h2>Pictures</h2>\n<div class=cards>\n" + cards + "</div>\n";
+  if (document) html += DocumentSection(*document);
   if (big) html += BigSection(*big);
   html +=
       "<h2>Storage</h2>\n<p>What the engine really gave, by the record's flags. Times are those of this run: reading "

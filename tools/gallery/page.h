@@ -7,11 +7,13 @@
 #include <vector>
 
 #include "gallery/big.h"
+#include "gallery/document.h"
 #include "gallery/runs.h"
 
 namespace vexa::gallery {
 
-std::string MakePage(const std::vector<Sample>& samples, const std::optional<BigReport>& big);
+std::string MakePage(const std::vector<Sample>& samples, const std::optional<DocumentReport>& document,
+                     const std::optional<BigReport>& big);
 
 }  // namespace vexa::gallery
 

@@ -1,12 +1,12 @@
 #include "gallery/runs.h"
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 
 #include "codecs/codec.h"
 #include "codecs/error.h"
 #include "codecs/storage.h"
+#include "gallery/clock.h"
 #include "gallery/picture.h"
 
 namespace vexa::gallery {
@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint64_t kTileBytes = 65536;
-constexpr const char* kKinds[] = {"conventional", "user", "tiled", "disk"};
+constexpr const char* kKinds[] = {"conventional", "user", "tiled", "disk", "compressed", "supercompressed"};
 
 // A page in memory: the bitmap, and its bytes when they are the program's own.
 struct Page {
@@ -28,16 +28,6 @@ std::string Utf8(const fs::path& path) {
   const std::u8string text = path.u8string();
   return {text.begin(), text.end()};
 }
-
-class Clock {
- public:
-  double Milliseconds() const {
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start_).count();
-  }
-
- private:
-  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
 
 // Everything that the thread opens is this stream, whatever its name, from here to the end of the scope.
 class MemoryStream {
@@ -60,9 +50,7 @@ class MemoryStream {
 void AllocateAs(Page& page, const std::string& kind) {
   if (kind == "user") return page.bitmap.AllocateUser(page.own);
   StorageChoice choice;
-  choice.kind = kind == "tiled"  ? StorageChoice::kTiled
-                : kind == "disk" ? StorageChoice::kDisk
-                                 : StorageChoice::kConventional;
+  choice.memoryType = StorageOfName(kind);
   if (kind == "tiled" && page.bitmap.DataBytes() > kTileBytes) choice.tileBytes = kTileBytes;
   AllocateStorage(page.bitmap, choice);
 }
@@ -165,7 +153,10 @@ Sample RunSample(const fs::path& file, const fs::path& folder) {
   } else {
     sample.picture = WritePicture(first, folder, Utf8(file.stem()), &sample.pictureNote);
   }
-  for (const char* kind : kKinds) sample.runs.push_back(RunKind(path, kind, reference));
+  for (const char* kind : kKinds) {
+    const auto holds = [&](const auto& page) { return StorageHolds(StorageOfName(kind), page->bitmap.Bits()); };
+    if (std::all_of(reference.begin(), reference.end(), holds)) sample.runs.push_back(RunKind(path, kind, reference));
+  }
   return sample;
 }
 

@@ -38,7 +38,7 @@ bool IsFrame(const BITMAPHANDLE& record) {
 
 Json DescribeStorage(Bitmap& bitmap) {
   const StorageFacts facts = FactsOfStorage(bitmap);
-  Json storage = {{"kind", facts.kind}, {"bytes", facts.bytes}};
+  Json storage = {{"kind", facts.kind}, {"bytes", facts.bytes}, {"packed_bytes", facts.packedBytes}};
   if (facts.tiles > 0) {
     storage["tile_bytes"] = facts.tileBytes;
     storage["tiles"] = facts.tiles;
@@ -105,6 +105,7 @@ std::string PageLines(const Json& page) {
   }
   const Json& storage = page["storage"];
   text += "  storage      " + storage["kind"].get<std::string>() + ", " + number(storage["bytes"]) + " bytes held";
+  if (storage["bytes"] != storage["packed_bytes"]) text += " for " + number(storage["packed_bytes"]);
   if (storage.contains("tiles"))
     text += " in " + number(storage["tiles"]) + " tiles of " + number(storage["tile_bytes"]) + ", " +
             number(storage["tiles_in_memory"]) + " of them in memory";

@@ -24,8 +24,11 @@ std::string Prefix() {
   return prefix;
 }
 
-// Removes the aside files of runs that were killed.
+// Removes the aside files of runs that were killed; once, when many files go to the folder.
 void SweepFolder(const fs::path& folder) {
+  static fs::path swept;
+  if (folder == swept) return;
+  swept = folder;
   const std::string start = Prefix() + "-VD-";
   std::error_code ignored;
   for (fs::directory_iterator entry(folder, ignored), end; !ignored && entry != end; entry.increment(ignored)) {
@@ -112,9 +115,13 @@ void OutputFile::CopyToSpecial() {
   to.Close();
 }
 
+void OutputFile::Close() {
+  About(path_, [&] { stream_->Close(); });
+  stream_.reset();
+}
+
 void OutputFile::Commit() {
   About(path_, [&] {
-    stream_->Close();
     if (aside_.empty()) return;
     if (special_) return CopyToSpecial();
     const fs::path aside = PathOf(aside_);

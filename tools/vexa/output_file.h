@@ -1,4 +1,4 @@
-// The file that a conversion writes: aside first, put in its place when it is complete.
+// A file that a command writes: aside first, put in its place when it is complete.
 #ifndef VEXA_OUTPUT_FILE_H
 #define VEXA_OUTPUT_FILE_H
 
@@ -27,7 +27,8 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   File& Stream() { return *stream_; }
-  void Commit();
+  void Close();   // everything is written
+  void Commit();  // after that
 
  private:
   void CreateAside(const std::string& folder);
@@ -37,7 +38,7 @@ class OutputFile {
   std::filesystem::path target_;  // what the path leads to
   std::string aside_;             // empty when the output is written directly
   bool special_;
-  std::unique_ptr<File> stream_;
+  std::unique_ptr<File> stream_;  // until it is closed
 };
 
 }  // namespace vexa

@@ -14,10 +14,12 @@ constexpr int32_t kBarWidth = 40;
 
 ProgressBar::ProgressBar() : terminal_(sys::ErrorOutputIsTerminal()) {
   V_SetStatusCallBack(OnStatus, this, &oldCallback_, &oldUserData_);
+  V_SetCopyStatusCallBack(OnCopyStatus, this, &oldCopyCallback_, &oldCopyUserData_);
 }
 
 ProgressBar::~ProgressBar() {
   V_SetStatusCallBack(oldCallback_, oldUserData_, nullptr, nullptr);
+  V_SetCopyStatusCallBack(oldCopyCallback_, oldCopyUserData_, nullptr, nullptr);
   if (drawn_) std::fprintf(stderr, "\r%*s\r", kBarWidth + 8, "");
 }
 
@@ -25,6 +27,11 @@ int32_t V_CALL ProgressBar::OnStatus(int32_t percent, void* self) {
   if (sys::StopRequested()) return V_StatusUserAbort;
   static_cast<ProgressBar*>(self)->Draw(percent);
   return V_StatusSuccess;
+}
+
+// A copy is a small share of the work: the bar stands still meanwhile.
+int32_t V_CALL ProgressBar::OnCopyStatus(int32_t, void*) {
+  return sys::StopRequested() ? V_StatusUserAbort : V_StatusSuccess;
 }
 
 void ProgressBar::Draw(int32_t percent) {

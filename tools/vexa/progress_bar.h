@@ -1,4 +1,4 @@
-// The status callback of the tool: draws the bar on a terminal, and stops the work when the user asks.
+// The status callbacks of the tool: one draws the bar on a terminal, and both stop the work when the user asks.
 #ifndef VEXA_PROGRESS_BAR_H
 #define VEXA_PROGRESS_BAR_H
 
@@ -10,19 +10,20 @@ namespace vexa {
 
 class ProgressBar {
  public:
-  ProgressBar();   // becomes the thread's status callback
-  ~ProgressBar();  // puts the earlier one back and wipes the bar
+  ProgressBar();   // sets the thread's status callbacks
+  ~ProgressBar();  // puts the earlier ones back and wipes the bar
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
  private:
   static int32_t V_CALL OnStatus(int32_t percent, void* self);
+  static int32_t V_CALL OnCopyStatus(int32_t percent, void* self);
   void Draw(int32_t percent);
 
   bool terminal_;
   bool drawn_ = false;
-  STATUSCALLBACK oldCallback_ = nullptr;
-  void* oldUserData_ = nullptr;
+  STATUSCALLBACK oldCallback_ = nullptr, oldCopyCallback_ = nullptr;
+  void *oldUserData_ = nullptr, *oldCopyUserData_ = nullptr;
 };
 
 }  // namespace vexa

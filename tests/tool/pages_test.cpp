@@ -1,0 +1,172 @@
+// Rectangles cut out of pictures, and pages split from documents and joined again.
+#include <gtest/gtest.h>
+
+#include "codecs/storage.h"
+#include "tool/expect.h"
+
+namespace tool {
+namespace {
+
+struct Pixels {
+  int32_t left, top, width, height;
+  std::string Text() const {
+    return std::to_string(left) + "," + std::to_string(top) + "," + std::to_string(width) + "," +
+           std::to_string(height);
+  }
+};
+
+// The pixels of a decoded picture, by the engine's pixel function, from a displayed position on.
+void ExpectCroppedFrom(Decoded& whole, Decoded& crop, int32_t left, int32_t top, int32_t width, int32_t height) {
+  const bool turned = crop.bitmap.Perspective() >= V_ViewLeftTop;
+  ASSERT_EQ(turned ? crop.bitmap.Height() : crop.bitmap.Width(), width);
+  ASSERT_EQ(turned ? crop.bitmap.Width() : crop.bitmap.Height(), height);
+  for (int32_t y = 0; y < height; ++y) {
+    for (int32_t x = 0; x < width; ++x) {
+      uint64_t want = 0, got = 0;
+      ASSERT_EQ(V_GetPixelData(&whole.bitmap.Record(), &want, top + y, left + x, sizeof want), 1);
+      ASSERT_EQ(V_GetPixelData(&crop.bitmap.Record(), &got, y, x, sizeof got), 1);
+      ASSERT_EQ(got, want) << "row " << y << ", column " << x;
+    }
+  }
+}
+
+TEST(Crop, EveryOrientationShowsTheSameArea) {
+  if (!CanRead("x.tif") || !CanRead("x.png")) GTEST_SKIP() << "this build lacks the codecs";
+  Decoded upright;
+  Decode(SamplePath("orient_rgb_upright.png"), &upright);
+  struct {
+    Pixels asked, kept;
+  } const kCases[] = {{{30, 20, 71, 53}, {30, 20, 71, 53}},
+                      {{-10, -5, 40, 30}, {0, 0, 30, 25}},
+                      {{160, 100, 2147483647, 2147483647}, {160, 100, 11, 36}},
+                      {{170, 0, 1, 200}, {170, 0, 1, 136}}};
+  for (int perspective = 1; perspective <= 8; ++perspective) {
+    for (const auto& [asked, kept] : kCases) {
+      SCOPED_TRACE("perspective " + std::to_string(perspective) + ", " + asked.Text());
+      const Folder folder;
+      ExpectQuiet({"crop", SamplePath("orient_rgb_" + std::to_string(perspective) + ".tif"), folder / "out.tif",
+                   "--rect", asked.Text()});
+      Decoded crop;
+      Decode(folder / "out.tif", &crop);
+      EXPECT_EQ(crop.bitmap.Perspective(), perspective);
+      ExpectCroppedFrom(upright, crop, kept.left, kept.top, kept.width, kept.height);
+    }
+  }
+}
+
+TEST(Crop, EveryDepthAndStorageKeepsPixelsAndAttributes) {
+  for (const std::string& name : SampleNames()) {
+    Decoded original;
+    Decode(SamplePath(name), &original);
+    if (name.ends_with(".gif") || original.bitmap.Perspective() != V_ViewTopLeft) continue;
+    for (const std::string storage : {"conventional", "disk", "compressed", "supercompressed"}) {
+      if (!vexa::StorageHolds(vexa::StorageOfName(storage), original.bitmap.Bits())) continue;
+      SCOPED_TRACE(name + " by " + storage);
+      const Folder folder;
+      const std::string out = folder / ("out" + ExactExtension(name));
+      ExpectQuiet({"crop", SamplePath(name), out, "--rect", "13,7,45,31", "--storage", storage});
+      Decoded crop;
+      Decode(out, &crop);
+      ExpectCroppedFrom(original, crop, 13, 7, 45, 31);
+      Json before = InfoOf(SamplePath(name))["images"][0], after = InfoOf(out)["images"][0];
+      for (const char* field : {"kind", "high_bit", "signed", "palette_colors"})
+        EXPECT_EQ(before[field], after[field]) << field;
+      if (out.ends_with(".tif")) {
+        EXPECT_EQ(before["resolution"], after["resolution"]);
+      }
+    }
+  }
+}
+
+// Pages of different sizes, depths, resolutions and perspectives.
+const char* const kPages[] = {"doc_text_300dpi.tif", "photo_tulips_alpha.png", "orient_rgb_6.tif"};
+
+std::string JoinDocument(const Folder& folder) {
+  const std::string path = folder / "document.tif";
+  ExpectQuiet({"pages", "join", path, SamplePath(kPages[0]), SamplePath(kPages[1]), SamplePath(kPages[2])});
+  return path;
+}
+
+void ExpectSamePages(const std::string& a, const std::string& b) {
+  Json before = InfoOf(a)["images"], after = InfoOf(b)["images"];
+  for (Json* list : {&before, &after})
+    for (Json& image : *list) image.erase("interlaced");
+  EXPECT_EQ(before, after);
+  for (int32_t page = 0; page < static_cast<int32_t>(before.size()); ++page) {
+    Decoded one, other;
+    Decode(a, &one, page);
+    Decode(b, &other, page);
+    ExpectSameRows(one, other);
+  }
+}
+
+TEST(Pages, SplitAndJoinGiveTheSameDocument) {
+  if (!CanRead("x.tif") || !CanRead("x.gif") || !CanRead("x.png")) GTEST_SKIP() << "this build lacks the codecs";
+  const Folder folder;
+  const std::string document = JoinDocument(folder), again = folder / "again.tif";
+  EXPECT_EQ(Vexa({"pages", "list", document}).output,
+            document +
+                ": TIFF, 3 pages\n  1  1065 x 1879, 1-bit gray, 300 x 300 dots per inch\n"
+                "  2  500 x 500, 32-bit colour with alpha\n  3  171 x 136, 24-bit colour\n");
+  ExpectQuiet({"pages", "split", document, folder / "page-{}.tif", "--storage", "disk"});
+  for (size_t i = 0; i < 3; ++i)
+    ExpectSamePages(SamplePath(kPages[i]), folder / ("page-" + std::to_string(i + 1) + ".tif"));
+  ExpectQuiet({"pages", "join", again, folder / "page-1.tif", folder / "page-2.tif", folder / "page-3.tif"});
+  ExpectSamePages(document, again);
+
+  const std::string animation = SamplePath("anim_cat_mixed.gif");
+  ExpectQuiet({"pages", "split", animation, folder / "frame.gif"});
+  std::vector<std::string> join = {"pages", "join", folder / "again.gif"};
+  for (int frame = 1; frame <= 10; ++frame)
+    join.push_back(folder / ("frame-" + std::string(frame < 10 ? "0" : "") + std::to_string(frame) + ".gif"));
+  ExpectQuiet(join);
+  ExpectSamePages(animation, folder / "again.gif");
+}
+
+TEST(Pages, TheChosenOnesAreWrittenAndOutputMayBeInput) {
+  if (!CanRead("x.tif") || !CanRead("x.gif") || !CanRead("x.png")) GTEST_SKIP() << "this build lacks the codecs";
+  const Folder folder;
+  ExpectQuiet({"pages", "split", SamplePath("anim_cat_mixed.gif"), folder / "{}.png", "--pages", "9-,2-3,3"});
+  EXPECT_EQ(folder.Names(), (std::vector<std::string>{"02.png", "03.png", "09.png", "10.png"}));
+  Decoded frame, page;
+  Decode(SamplePath("anim_cat_mixed.gif"), &frame, 8);
+  Decode(folder / "09.png", &page);
+  EXPECT_TRUE(DisplayedColors(frame.bitmap) == DisplayedColors(page.bitmap));
+  const std::string document = JoinDocument(folder);
+  ExpectQuiet({"pages", "join", document, document, document});
+  EXPECT_EQ(InfoOf(document)["pages"], 6);
+}
+
+TEST(Pages, FailuresLeaveNoFile) {
+  const Folder folder;
+  Save(folder / "a.pgm", "P5\n4 2\n255\nabcdefgh");
+  ExpectOneLine(Vexa({"crop", folder / "a.pgm", folder / "b.pgm", "--rect", "4,0,5,5"}), 1,
+                "a.pgm: nothing of the rect");
+  ExpectOneLine(Vexa({"crop", folder / "a.pgm", folder / "b.pgm", "--rect", "0,0,1,1", "--page", "2"}), 1, "no page 2");
+  ExpectOneLine(Vexa({"pages", "split", folder / "a.pgm", folder / "b.pgm", "--pages", "1-9"}), 1, "no page 9");
+  ExpectOneLine(Vexa({"pages", "split", folder / "a.pgm", folder / "none/b.pgm"}), 1,
+                "none/b-1.pgm: there is no folder");
+  ExpectOneLine(Vexa({"pages", "list", folder / "none.tif"}), 1, "none.tif: ");
+  EXPECT_EQ(folder.Names(), std::vector<std::string>{"a.pgm"});
+  if (!CanRead("x.tif") || !CanRead("x.gif") || !CanRead("x.png")) return;
+
+  const std::string document = JoinDocument(folder), joined = folder / "joined.tif";
+  fs::create_directory(folder.Path() / "page-3.png");
+  Save(folder / "cut.tif", Load(SamplePath("orient_rgb_1.tif")).substr(0, 20000));
+  const std::vector<std::string> before = folder.Names();
+  // The third file of three cannot be written, or the third page cannot be read.
+  ExpectOneLine(Vexa({"pages", "split", document, folder / "page-{}.png"}), 1, "page-3.png: is a directory");
+  ExpectOneLine(Vexa({"pages", "split", document, folder / "b.gif"}), 1, "document.tif: page 2: GIF holds");
+  ExpectOneLine(Vexa({"pages", "split", document, folder / "b.tif", "--storage", "compressed"}), 1,
+                "page 2: compressed");
+  ExpectOneLine(Vexa({"crop", document, folder / "b.tif", "--rect", "600,0,9,9"}), 1, "page 2: nothing");
+  ExpectOneLine(Vexa({"pages", "join", joined, document, folder / "cut.tif"}), 1, "cut.tif: ");
+  ExpectOneLine(Vexa({"pages", "join", joined, document, folder / "none.tif"}), 1, "none.tif: ");
+  ExpectOneLine(Vexa({"pages", "join", joined, document, "--storage", "supercompressed"}), 1,
+                "page 2: supercompressed");
+  ExpectOneLine(Vexa({"pages", "join", folder / "joined.png", document}), 2, "one page; formats with more: TIFF, GIF");
+  EXPECT_EQ(folder.Names(), before);
+}
+
+}  // namespace
+}  // namespace tool
