@@ -56,6 +56,9 @@ const uint8_t* RecordOf(RowTable* table, int32_t row) noexcept {
 
 uint64_t PackedBytes(int32_t width) noexcept { return (static_cast<uint64_t>(width) + 7) / 8; }
 
+// Longer rows may have runs in pieces, which end where the whole row's bytes put them.
+bool IsShort(int32_t width) noexcept { return width <= 65535; }
+
 // --- the table ---
 
 // One piece of memory for the white record and the work space.
@@ -147,6 +150,22 @@ int64_t ReadRows(BITMAPHANDLE& bitmap, uint8_t* buffer, int32_t row, uint32_t of
   });
 }
 
+// Encodes a row of which `bytes` bytes from `first` on are new, into the work space. Returns the record's bytes.
+uint64_t EncodeRow(RowTable* table, int32_t width, int32_t row, const uint8_t* source, uint64_t first,
+                   uint64_t bytes) noexcept {
+  const uint64_t packed = PackedBytes(width);
+  const auto pixels = static_cast<uint32_t>(width);
+  if (first == 0 && bytes >= packed) return EncodeRecord(table->record, source, 0, pixels);
+  if (first == 0 && IsShort(width) && RecordOf(table, row) == table->white) {  // the rest stays white
+    const auto begun = static_cast<uint32_t>(bytes * 8);
+    EncodeRecord(table->record, source, 0, begun);
+    return AppendRun(table->record, pixels - begun, 0);
+  }
+  ExpandRecord(RecordOf(table, row), 0, table->row, packed);
+  std::memcpy(table->row + first, source, std::min(bytes, packed - first));
+  return EncodeRecord(table->record, table->row, 0, pixels);
+}
+
 int64_t WriteRows(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uint32_t offset, uint64_t count) noexcept {
   RowTable* table = TableOf(bitmap);
   if (!table) return kNoImage;
@@ -155,12 +174,7 @@ int64_t WriteRows(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uint
     const uint8_t* source = buffer;
     buffer += bytes;
     if (first >= packed) return kSuccess;  // padding only
-    if (first > 0 || bytes < packed) {
-      ExpandRecord(RecordOf(table, at), 0, table->row, packed);
-      std::memcpy(table->row + first, source, std::min(bytes, packed - first));
-      source = table->row;
-    }
-    const uint64_t made = EncodeRecord(table->record, source, 0, static_cast<uint32_t>(bitmap.Width));
+    const uint64_t made = EncodeRow(table, bitmap.Width, at, source, first, bytes);
     return StoreRow(table, at, table->record, made);
   });
 }

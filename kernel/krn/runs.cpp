@@ -34,6 +34,33 @@ uint64_t EncodeRecord(uint8_t* record, const uint8_t* source, uint32_t bitOffset
   return kRecordHeader + 2 * uint64_t{count};
 }
 
+uint64_t AppendRun(uint8_t* record, uint32_t pixels, uint32_t colour) noexcept {
+  constexpr uint32_t kLongest = 65535;
+  uint32_t count = RunCount(record);
+  if (pixels == 0) return RecordBytes(record);
+  const auto put = [&](uint32_t run) noexcept {
+    const auto word = static_cast<uint16_t>(run);
+    std::memcpy(record + kRecordHeader + 2 * uint64_t{count++}, &word, sizeof word);
+  };
+  uint32_t run = 0;
+  if (count > 0 && (count - 1) % 2 == colour) {
+    uint16_t last = 0;
+    std::memcpy(&last, record + kRecordHeader + 2 * uint64_t{--count}, sizeof last);
+    run = last;
+  } else if (count % 2 != colour) {
+    put(0);
+  }
+  for (; pixels > kLongest - run; run = 0) {
+    const uint32_t piece = run > 0 ? 0 : kLongest;
+    put(run + piece);
+    put(0);
+    pixels -= piece;
+  }
+  put(run + pixels);
+  std::memcpy(record, &count, sizeof count);
+  return RecordBytes(record);
+}
+
 int32_t CheckRuns(const uint8_t* record, uint64_t available, uint64_t pixels) noexcept {
   if (available < kRecordHeader) return kInvalidParameter;
   const uint32_t count = RunCount(record);
