@@ -16,7 +16,7 @@ std::vector<uint8_t> Record(const std::vector<uint16_t>& runs) {
   std::vector<uint8_t> bytes(4 + 2 * runs.size());
   const auto count = static_cast<uint32_t>(runs.size());
   std::memcpy(bytes.data(), &count, 4);
-  std::memcpy(bytes.data() + 4, runs.data(), 2 * runs.size());
+  if (!runs.empty()) std::memcpy(bytes.data() + 4, runs.data(), 2 * runs.size());
   return bytes;
 }
 
