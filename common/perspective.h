@@ -46,6 +46,15 @@ inline bool ToStored(const BITMAPHANDLE& bitmap, int32_t* row, int32_t* column) 
   return true;
 }
 
+// The top left corner, as displayed, of a rectangle of stored pixels.
+inline POINT DisplayedCorner(const BITMAPHANDLE& bitmap, int32_t left, int32_t top, int32_t width,
+                             int32_t height) noexcept {
+  const Corner& corner = CornerOf(bitmap);
+  const int32_t along = corner.pixelsBack ? bitmap.Width - left - width : left;
+  const int32_t across = corner.rowsBack ? bitmap.Height - top - height : top;
+  return corner.turned ? POINT{across, along} : POINT{along, across};
+}
+
 }  // namespace vexakrn
 
 #endif

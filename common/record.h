@@ -4,6 +4,8 @@
 #ifndef VEXAKRN_COMMON_RECORD_H
 #define VEXAKRN_COMMON_RECORD_H
 
+#include <cstring>
+
 #include "common/checked.h"
 #include "common/status.h"
 #include "vexakrn/bitmap.h"
@@ -54,6 +56,16 @@ inline BITMAPHANDLEDATACALLBACKS* DataCallbacks(const BITMAPHANDLE& bitmap) noex
 }
 
 inline int32_t LockCount(const BITMAPHANDLE& bitmap) noexcept { return IsOldLayout(bitmap) ? 0 : bitmap.nLockCount; }
+
+// The number of the list item that a record is, or is a copy of; 0 for none.
+inline uint64_t ItemNumber(const BITMAPHANDLE& bitmap) noexcept {
+  uint64_t number = 0;
+  std::memcpy(&number, bitmap.reserved36, sizeof number);
+  return number;
+}
+inline void SetItemNumber(BITMAPHANDLE& bitmap, uint64_t number) noexcept {
+  std::memcpy(bitmap.reserved36, &number, sizeof number);
+}
 
 // Row pitch, in 32-bit arithmetic as its contract asks: it wraps for widths whose rows cannot be stored.
 inline uint32_t RowPitch(int32_t width, int32_t bitsPerPixel) noexcept {

@@ -180,7 +180,7 @@ typedef struct BITMAPHANDLEDATACALLBACKS {
 /* A small bitmap that lies over another one. */
 typedef struct BITMAPOVERLAY {
   uint32_t uStructSize; /* 24 */
-  int32_t x;            /* position of the top left corner, in pixels */
+  int32_t x;            /* position of the top left corner, in pixels of the displayed picture */
   int32_t y;
   uint32_t uFlags; /* 2: resized with its bitmap */
   BITMAPHANDLE* pBitmap;

@@ -6,8 +6,8 @@
  *
  * What a new copy takes over: perspective, order, palette, resolutions, dithering method, flags other than those of
  * storage, bit range and painting values (the gray parameters of a gray bitmap), both look-up tables, animation fields
- * and overlays (of a rectangle: moved with it). Not taken over: a running dithering pass, the access count and the data
- * callbacks. A record of the older layout has no 16-bit look-up table. */
+ * and overlays (of a rectangle: moved with it). Not taken over: the region, a running dithering pass, the access count
+ * and the data callbacks. A record of the older layout has no 16-bit look-up table. */
 #ifndef VEXAKRN_COPY_H
 #define VEXAKRN_COPY_H
 
@@ -18,9 +18,8 @@ VEXAKRN_BEGIN
 /* Pours the rows of `src` into the rows of `dst` with the same numbers; `dst` may have more rows, which stay. Bytes are
  * moved as they are stored: depth and order are the caller's business. Where the rows of `dst` are longer, zeros
  * follow; where they are shorter, the rest is left out. The same record for both is done at once.
- * Returns 1; -2 null or unallocated bitmap; -789 bad size; -13 fewer rows in `dst`, or compressed rows of another
- * width; -1 no memory or a short write; the copy-status callback's or a row function's code. Rows that were copied
- * before a failure stay copied. */
+ * Returns 1; -2 null or unallocated bitmap; -789 bad size; -13 fewer rows in `dst`; -1 no memory or a short write; the
+ * copy-status callback's or a row function's code. Rows that were copied before a failure stay copied. */
 V_API int32_t V_CALL V_CopyBitmapData(BITMAPHANDLE* dst, BITMAPHANDLE* src) V_NOEXCEPT;
 
 /* Makes `dst`, a record of `structSize` bytes without storage, a copy of `src` with its own storage, which is asked for
@@ -33,8 +32,8 @@ V_API int32_t V_CALL V_CopyBitmapData(BITMAPHANDLE* dst, BITMAPHANDLE* src) V_NO
  * something went wrong; else a result other than 1 undoes the copy and is returned.
  *
  * Returns 1; -13 null bitmap, unallocated source or invalid memory type; -789 bad size; -11, -3, -1, -1905 as
- * initialisation and allocation; the codes of callbacks and rows. After a failure of the arguments `dst` is as it was,
- * after others it is an empty record; nothing is left behind. */
+ * initialisation and allocation; the codes of callbacks and rows. Where a bitmap, a size or user memory is refused, `dst`
+ * is as it was; after other failures it is an empty record. Nothing is left behind. */
 V_API int32_t V_CALL V_CopyBitmap2(BITMAPHANDLE* dst, BITMAPHANDLE* src, uint32_t structSize,
                                    uint32_t memoryType) V_NOEXCEPT;
 

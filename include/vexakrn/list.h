@@ -44,11 +44,12 @@ V_API int32_t V_CALL V_RemoveBitmapListItem(HBITMAPLIST list, uint32_t index, BI
 V_API int32_t V_CALL V_GetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmapOut,
                                          uint32_t structSize) V_NOEXCEPT;
 
-/* Replaces an item, freeing the old one; the new one's storage passes to the list. A record that shares the old one's
- * storage (it came from V_GetBitmapListItem and was changed) is stored without freeing anything of it. */
+/* Replaces an item, freeing the old one; the new one's storage passes to the list. A record that came from
+ * V_GetBitmapListItem for this item, and was changed in whatever way, is stored without freeing anything. */
 V_API int32_t V_CALL V_SetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmap) V_NOEXCEPT;
 
-/* Exchanges an item and the caller's record, which gets the old one in its own layout (-3 as above). */
+/* Exchanges an item and the caller's record, which gets the old one in its own layout. In the older one it comes without
+ * data callbacks and 16-bit look-up table; -3 as above, -789 when a host keeps the item's data. */
 V_API int32_t V_CALL V_ReplaceBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmap) V_NOEXCEPT;
 
 /* Deletes up to `count` items from `index` on with their storage; a count of 0xFFFFFFFF means all of them. */

@@ -17,7 +17,12 @@ void UnlockData(BITMAPHANDLE& bitmap) noexcept;
 // Accesses a bitmap and releases it on every path; Release() when the release's own status matters.
 class AccessGuard {
  public:
-  explicit AccessGuard(BITMAPHANDLE& bitmap) noexcept : bitmap_(&bitmap), status_(V_AccessBitmap(&bitmap)) {}
+  explicit AccessGuard(BITMAPHANDLE& bitmap) noexcept {
+    // The older layout counts no accesses: what its caller has locked must not be released here.
+    if (IsOldLayout(bitmap) && HasFlag(bitmap, V_FlagLockedMemory)) return;
+    bitmap_ = &bitmap;
+    status_ = V_AccessBitmap(&bitmap);
+  }
   ~AccessGuard() {
     if (bitmap_ && status_ == kSuccess) V_ReleaseBitmap(bitmap_);
   }
@@ -25,11 +30,11 @@ class AccessGuard {
   AccessGuard& operator=(const AccessGuard&) = delete;
 
   int32_t Status() const noexcept { return status_; }
-  int32_t Release() noexcept { return V_ReleaseBitmap(std::exchange(bitmap_, nullptr)); }
+  int32_t Release() noexcept { return bitmap_ ? V_ReleaseBitmap(std::exchange(bitmap_, nullptr)) : int32_t{kSuccess}; }
 
  private:
-  BITMAPHANDLE* bitmap_;
-  int32_t status_;
+  BITMAPHANDLE* bitmap_ = nullptr;
+  int32_t status_ = kSuccess;
 };
 
 }  // namespace vexakrn

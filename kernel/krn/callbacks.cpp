@@ -3,6 +3,7 @@
 
 #include "common/buffer.h"
 #include "common/record.h"
+#include "krn/storage.h"
 
 namespace vexakrn {
 
@@ -23,7 +24,7 @@ int32_t V_CALL V_SetBitmapDataCallbacks(BITMAPHANDLE* bitmap, const BITMAPHANDLE
     return kSuccess;
   }
   if (IsOldLayout(*bitmap) || callbacks->uStructSize != sizeof *callbacks) return kInvalidStructSize;
-  if (DataSize(*bitmap) == 0) return kInvalidRange;
+  if (PackedSize(*bitmap) == 0) return kInvalidRange;
   auto* copy = AllocateArray<BITMAPHANDLEDATACALLBACKS>(1);
   if (!copy) return kNoMemory;
   *copy = *callbacks;

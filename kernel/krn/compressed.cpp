@@ -3,7 +3,7 @@
 //   record's address -> table of blocks -> block of up to 32768 rows: header, then a slot a row -> the row's record
 //
 // A header before the table holds what the store needs besides. Rows that were never written have no record, and are
-// white: all 0.
+// white: all 0; a block is made when its first row is written.
 #include <algorithm>
 #include <cstring>
 
@@ -39,18 +39,9 @@ uint64_t RowsInBlock(uint64_t index, int32_t height) noexcept {
   return std::min<uint64_t>(static_cast<uint64_t>(height) - index * kRowsPerBlock, kRowsPerBlock);
 }
 
-struct Place {
-  RowBlock& block;
-  RowSlot& slot;
-};
-
-Place PlaceOf(RowTable* table, int32_t row) noexcept {
-  RowBlock* block = BlocksOf(table)[row / kRowsPerBlock];
-  return {*block, SlotsOf(block)[row % kRowsPerBlock]};
-}
-
 const uint8_t* RecordOf(RowTable* table, int32_t row) noexcept {
-  const uint8_t* record = PlaceOf(table, row).slot.record;
+  RowBlock* block = BlocksOf(table)[row / kRowsPerBlock];
+  const uint8_t* record = block ? SlotsOf(block)[row % kRowsPerBlock].record : nullptr;
   return record ? record : table->white;
 }
 
@@ -82,23 +73,12 @@ void FreeTable(RowTable* table) noexcept {
   platform::Free(table);
 }
 
-// Appends blocks up to `count`, whose rows are those of a bitmap of this height.
-bool AppendBlocks(RowTable* table, uint64_t count, int32_t height) noexcept {
-  for (uint64_t i = table->blockCount; i < count; ++i) {
-    RowBlock* block = MakeBlock(RowsInBlock(i, height));
-    if (!block) return false;
-    BlocksOf(table)[i] = block;
-    table->blockCount = i + 1;
-  }
-  return true;
-}
-
 int32_t AllocateRows(BITMAPHANDLE& bitmap, const AllocationContext&) noexcept {
   const uint64_t count = BlocksFor(bitmap.Height);
-  auto* table = reinterpret_cast<RowTable*>(AllocateArray<uint8_t>(sizeof(RowTable) + count * sizeof(RowBlock*)));
+  auto* table = reinterpret_cast<RowTable*>(AllocateZeroed<uint8_t>(sizeof(RowTable) + count * sizeof(RowBlock*)));
   if (!table) return kNoMemory;
-  *table = {};
-  if (!MakeWorkSpace(*table, bitmap) || !AppendBlocks(table, count, bitmap.Height)) {
+  table->blockCount = count;
+  if (!MakeWorkSpace(*table, bitmap)) {
     FreeTable(table);
     return kNoMemory;
   }
@@ -117,10 +97,15 @@ uint64_t HeldBytes(const BITMAPHANDLE& bitmap) noexcept {
   return table ? table->recordBytes : 0;
 }
 
-int32_t StoreRow(RowTable* table, int32_t row, const uint8_t* record, uint64_t bytes) noexcept {
-  const Place place = PlaceOf(table, row);
-  const uint64_t oldBytes = place.slot.record ? RecordBytes(place.slot.record) : 0;
-  V_TRY(StoreRecord(place.block, place.slot, record, bytes));
+int32_t StoreRow(const BITMAPHANDLE& bitmap, RowTable* table, int32_t row, const uint8_t* record,
+                 uint64_t bytes) noexcept {
+  const auto index = static_cast<uint32_t>(row / kRowsPerBlock);
+  RowBlock*& block = BlocksOf(table)[index];
+  if (!block) block = MakeBlock(RowsInBlock(index, bitmap.Height));
+  if (!block) return kNoMemory;
+  RowSlot& slot = SlotsOf(block)[row % kRowsPerBlock];
+  const uint64_t oldBytes = slot.record ? RecordBytes(slot.record) : 0;
+  V_TRY(StoreRecord(*block, slot, record, bytes));
   table->recordBytes += bytes - oldBytes;
   return kSuccess;
 }
@@ -159,7 +144,7 @@ uint64_t EncodeRow(RowTable* table, int32_t width, int32_t row, const uint8_t* s
   if (first == 0 && IsShort(width) && RecordOf(table, row) == table->white) {  // the rest stays white
     const auto begun = static_cast<uint32_t>(bytes * 8);
     EncodeRecord(table->record, source, 0, begun);
-    return AppendRun(table->record, pixels - begun, 0);
+    return AppendRun(table->record, static_cast<uint16_t>(pixels - begun), 0);
   }
   ExpandRecord(RecordOf(table, row), 0, table->row, packed);
   std::memcpy(table->row + first, source, std::min(bytes, packed - first));
@@ -175,7 +160,7 @@ int64_t WriteRows(BITMAPHANDLE& bitmap, const uint8_t* buffer, int32_t row, uint
     buffer += bytes;
     if (first >= packed) return kSuccess;  // padding only
     const uint64_t made = EncodeRow(table, bitmap.Width, at, source, first, bytes);
-    return StoreRow(table, at, table->record, made);
+    return StoreRow(bitmap, table, at, table->record, made);
   });
 }
 
@@ -186,48 +171,48 @@ const uint8_t* RecordAt(BITMAPHANDLE& bitmap, int32_t row) noexcept {
 
 int32_t PutRecord(BITMAPHANDLE& bitmap, int32_t row, const uint8_t* record) noexcept {
   RowTable* table = TableOf(bitmap);
-  return table ? StoreRow(table, row, record, RecordBytes(record)) : kNoImage;
+  return table ? StoreRow(bitmap, table, row, record, RecordBytes(record)) : kNoImage;
 }
 
 // --- height ---
 
 // Drops the rows of a block from `rows` on.
-void CutBlock(RowTable* table, RowBlock& block, uint64_t rows) noexcept {
-  RowSlot* slots = SlotsOf(&block);
-  for (uint64_t i = rows; i < block.slots; ++i) {
-    if (!slots[i].record) continue;
-    table->recordBytes -= RecordBytes(slots[i].record);
-    DropRecord(block, slots[i]);
+void CutBlock(RowTable* table, RowBlock* block, uint64_t rows) noexcept {
+  for (uint64_t i = rows; block && i < block->slots; ++i) {
+    RowSlot& slot = SlotsOf(block)[i];
+    if (!slot.record) continue;
+    table->recordBytes -= RecordBytes(slot.record);
+    DropRecord(*block, slot);
   }
-  V_TrimBitmapHeap(block);  // without memory for that, the next row that is put tries again
 }
 
 void ShrinkRows(RowTable* table, int32_t newHeight) noexcept {
   const uint64_t count = BlocksFor(newHeight);
   while (table->blockCount > count) {
-    RowBlock* block = BlocksOf(table)[table->blockCount - 1];
-    CutBlock(table, *block, 0);
+    RowBlock* block = BlocksOf(table)[--table->blockCount];
+    CutBlock(table, block, 0);
     FreeBlock(block);
-    --table->blockCount;
   }
-  CutBlock(table, *BlocksOf(table)[count - 1], RowsInBlock(count - 1, newHeight));
+  RowBlock* last = BlocksOf(table)[count - 1];
+  CutBlock(table, last, RowsInBlock(count - 1, newHeight));
+  if (last) TrimIfWasteful(*last);
 }
 
-// Slots of the old last block first, then more blocks: what is made before a failure does no harm or is taken back.
+// More slots for the old last block, then places for more blocks. The slots do no harm when those cannot be had.
 int32_t GrowRows(BITMAPHANDLE& bitmap, RowTable* table, int32_t newHeight) noexcept {
   const uint64_t oldCount = table->blockCount, count = BlocksFor(newHeight);
   RowBlock*& last = BlocksOf(table)[oldCount - 1];
-  RowBlock* grown = GrowBlock(last, RowsInBlock(oldCount - 1, newHeight));
-  if (!grown) return kNoMemory;
+  RowBlock* grown = last ? GrowBlock(last, RowsInBlock(oldCount - 1, newHeight)) : nullptr;
+  if (last && !grown) return kNoMemory;
   last = grown;
   if (count == oldCount) return kSuccess;
   const uint64_t bytes = sizeof(RowTable) + count * sizeof(RowBlock*);
   auto* moved = static_cast<RowTable*>(platform::System().reallocate(table, bytes));
   if (!moved) return kNoMemory;
+  std::fill(BlocksOf(moved) + oldCount, BlocksOf(moved) + count, nullptr);
+  moved->blockCount = count;
   bitmap.Addr.Compressed = {0, BlocksOf(moved)};
-  if (AppendBlocks(moved, count, newHeight)) return kSuccess;
-  while (moved->blockCount > oldCount) FreeBlock(BlocksOf(moved)[--moved->blockCount]);
-  return kNoMemory;
+  return kSuccess;
 }
 
 int32_t ResizeRows(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/perspective.h"
 #include "krn/alloc.h"
 #include "krn/overlay.h"
 #include "krn/rowcopy.h"
@@ -43,11 +44,8 @@ bool Clip(int32_t size, int32_t* start, int32_t* length) noexcept {
 // memory type and give the copy callbacks of its own.
 int32_t V_IntBeginCopyBitmap(BITMAPHANDLE& dst, BITMAPHANDLE& src, CopyRequest& request,
                              BITMAPHANDLEDATACALLBACKS& own) noexcept {
-  if (src.Order == V_OrderGray) {
-    dst.Order = V_OrderGray;
-    V_TRY(V_CopyGrayParams(&dst, &src));
-  }
-  V_TRY(CopyOverlays(dst, src, -request.left, -request.top));
+  const POINT moved = DisplayedCorner(src, request.left, request.top, request.width, request.height);
+  V_TRY(CopyOverlays(dst, src, -moved.x, -moved.y));
   const BITMAPHANDLEDATACALLBACKS* callbacks = DataCallbacks(src);
   if (!callbacks || !callbacks->BeginCopyBitmapData) return kSuccess;
   ALLOCATEBITMAPCALLBACKDATA data = DescribeAllocation(dst, request.memoryType, dst.BytesPerLine, nullptr);
@@ -97,12 +95,14 @@ int32_t MakeCopy(BITMAPHANDLE& dst, BITMAPHANDLE& src, CopyRequest request) noex
   return status;
 }
 
-// Frees what a record had and puts another in its place, which stays accessed as often as it was.
+// Frees what a record had and puts another in its place, which stays the list item that it is, and accessed as often.
 void TakePlace(BITMAPHANDLE& bitmap, const BITMAPHANDLE& made) noexcept {
   const int32_t lockCount = LockCount(bitmap);
+  const uint64_t number = ItemNumber(bitmap);
   if (!IsOldLayout(bitmap)) bitmap.nLockCount = 0;
   V_FreeBitmap(&bitmap);
   std::memcpy(&bitmap, &made, bitmap.uStructSize);
+  SetItemNumber(bitmap, number);
   if (!IsOldLayout(bitmap)) bitmap.nLockCount = lockCount;
 }
 

@@ -66,7 +66,7 @@ int32_t CopyRectangle(BITMAPHANDLE& dst, BITMAPHANDLE& src, int32_t left, int32_
   AccessGuard to(dst);
   V_TRY(to.Status());
   const RowCutter cutter(src.BitsPerPixel, left, dst.Width);
-  RowReader reader(src, cutter.Column(), cutter.SourceBytes());
+  RowReader reader(src, cutter.Column(), cutter.SourceBytes(), &dst);
   Buffer<uint8_t> line;
   if (!cutter.IsPlain()) {
     line.Reset(AllocateArray<uint8_t>(cutter.Bytes()));

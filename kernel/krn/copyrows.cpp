@@ -16,19 +16,21 @@ namespace vexakrn {
 namespace {
 
 bool CanMoveRecords(const BITMAPHANDLE& dst, const BITMAPHANDLE& src) noexcept {
-  return StorageOf(src).recordAt && StorageOf(dst).putRecord && !HasRowCallbacks(src) && !HasRowCallbacks(dst);
+  return StorageOf(src).recordAt && StorageOf(dst).putRecord && src.Width == dst.Width && !HasRowCallbacks(src) &&
+         !HasRowCallbacks(dst);
 }
 
 int32_t MoveRecord(BITMAPHANDLE& dst, BITMAPHANDLE& src, int32_t row) noexcept {
+  if (row >= dst.Height) return kInvalidParameter;
   const uint8_t* record = StorageOf(src).recordAt(src, row);
   if (!record) return kNoImage;
-  if (dst.Width != src.Width) return kInvalidParameter;
   const Storage& storage = StorageOf(dst);
   V_TRY(storage.putRecord(dst, row, record));
   UpdateDataSize(dst, storage);
   return kSuccess;
 }
 
+// A caller's own buffers may overlap: then the order of the rows decides.
 bool Overlap(const uint8_t* a, const uint8_t* b, uint64_t bytes) noexcept { return a < b + bytes && b < a + bytes; }
 
 // Moves rows that lie in memory in both bitmaps, at most `rows` of them. Returns their number; 0 when they do not.
@@ -40,11 +42,8 @@ int32_t MoveInMemory(BITMAPHANDLE& dst, BITMAPHANDLE& src, int32_t row, int32_t 
   if (!to.data) return 0;
   const int32_t count = std::min({rows, from.rows, to.rows});
   const uint64_t bytes = static_cast<uint64_t>(src.BytesPerLine) * static_cast<uint32_t>(count);
-  if (Overlap(to.data, from.data, bytes)) {
-    std::memmove(to.data, from.data, bytes);  // a caller's own buffers may be one
-  } else {
-    CopyBytes(to.data, from.data, bytes, total);
-  }
+  if (Overlap(to.data, from.data, bytes)) return 0;
+  CopyBytes(to.data, from.data, bytes, total);
   return count;
 }
 
@@ -57,11 +56,12 @@ int32_t MoveRow(BITMAPHANDLE& dst, RowReader& reader, int32_t row) noexcept {
 }
 
 int32_t MoveRows(BITMAPHANDLE& dst, BITMAPHANDLE& src, Progress& progress) noexcept {
-  const bool records = CanMoveRecords(dst, src);
   const uint64_t total = static_cast<uint64_t>(src.BytesPerLine) * static_cast<uint32_t>(src.Height);
-  RowReader reader(src, 0, src.BytesPerLine, dst.BytesPerLine);
+  RowReader reader(src, 0, src.BytesPerLine, &dst, dst.BytesPerLine);
   V_TRY(progress.Begin());
   for (int32_t row = 0; row < src.Height;) {
+    // The callback may change what it is told of: nothing is taken for granted from row to row.
+    const bool records = CanMoveRecords(dst, src);
     const int32_t most = std::min(progress.StepsToNextCall(), src.Height - row);
     int32_t moved = records ? 0 : MoveInMemory(dst, src, row, most, total);
     if (moved == 0) {

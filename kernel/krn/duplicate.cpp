@@ -3,6 +3,7 @@
 
 #include "common/buffer.h"
 #include "common/record.h"
+#include "vexakrn/copy.h"
 #include "vexakrn/memory.h"
 #include "vexakrn/palette.h"
 
@@ -54,10 +55,7 @@ int32_t CopyTables(BITMAPHANDLE& dst, const BITMAPHANDLE& src) noexcept {
 // What means something only at the same depth.
 int32_t CopyDepthAttributes(BITMAPHANDLE& dst, BITMAPHANDLE& src) noexcept {
   dst.Order = src.Order;
-  dst.LowBit = src.LowBit;
-  dst.HighBit = src.HighBit;
-  dst.PaintLowBit = src.PaintLowBit;
-  dst.PaintHighBit = src.PaintHighBit;
+  V_TRY(V_CopyGrayParams(&dst, &src));
   if (src.pPalette) V_TRY(V_CopyBitmapPalette(&dst, &src));
   return CopyTables(dst, src);
 }

@@ -3,6 +3,7 @@
 // The array's capacity lies in a word before it. It grows by half and shrinks when three quarters are empty, so that
 // many insertions or removals in a row cost a constant time each.
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "common/buffer.h"
@@ -10,6 +11,7 @@
 #include "krn/callbacks.h"
 #include "vexakrn/copy.h"
 #include "vexakrn/list.h"
+#include "vexakrn/memory.h"
 
 struct VexaBitmapList {
   uint32_t count;
@@ -95,6 +97,17 @@ BITMAPHANDLE Widened(const BITMAPHANDLE& bitmap) noexcept {
   return item;
 }
 
+// Puts a widened record into its place as a new item.
+void Place(BITMAPHANDLE& slot, const BITMAPHANDLE& item, uint64_t number) noexcept {
+  slot = item;
+  SetItemNumber(slot, number);
+}
+
+// Whether its callbacks are needed to reach and free the data.
+bool IsKeptByHost(const BITMAPHANDLE& item) noexcept {
+  return HasFlag(item, V_FlagMirror) && !HasFlag(item, V_FlagConventionalMemory);
+}
+
 int32_t CheckFits(const BITMAPHANDLE& item, uint32_t structSize) noexcept {
   BITMAPHANDLE probe{};
   probe.uStructSize = structSize;
@@ -112,18 +125,21 @@ void Narrow(BITMAPHANDLE& item, BITMAPHANDLE* out, uint32_t structSize) noexcept
   if (IsOldLayout(*out)) out->LUTLength16 = 0;
 }
 
-// Forgets what a record shares with another one, so that it can be freed without it.
-void Unshare(BITMAPHANDLE& bitmap, const BITMAPHANDLE& other) noexcept {
-  const auto forget = [](auto mine, auto others) { return mine == others ? decltype(mine){} : mine; };
-  bitmap.pPalette = forget(bitmap.pPalette, other.pPalette);
-  bitmap.pLUT = forget(bitmap.pLUT, other.pLUT);
-  bitmap.pLUT16 = forget(bitmap.pLUT16, other.pLUT16);
-  bitmap.Overlays = forget(bitmap.Overlays, other.Overlays);
-  bitmap.pRgnInfo = forget(bitmap.pRgnInfo, other.pRgnInfo);
-  bitmap.DitherState = forget(bitmap.DitherState, other.DitherState);
-  bitmap.DataCallbacks = forget(bitmap.DataCallbacks, other.DataCallbacks);
-  const bool sameData = std::memcmp(&bitmap.Addr, &other.Addr, sizeof bitmap.Addr) == 0;
-  if (sameData && HasFlag(other, V_FlagAllocated)) bitmap.Flags &= ~kStorageFlags;
+// An item carries a number of its own, in the record's private bytes; copies of its record carry it too. So one that
+// comes back changed is known, whatever was changed.
+uint64_t NewItemNumber() noexcept {
+  static std::atomic<uint64_t> last{0};
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+bool IsSameItem(const BITMAPHANDLE& a, const BITMAPHANDLE& b) noexcept {
+  const uint64_t number = ItemNumber(a);
+  if (number != 0 && number == ItemNumber(b)) return true;
+  // The record that was put in, before it got the number.
+  const auto shares = [](const void* mine, const void* others) { return mine && mine == others; };
+  const bool sharesData = !HasFlag(a, V_FlagMirror) && (shares(a.Addr.Windows.hMemory, b.Addr.Windows.hMemory) ||
+                                                        shares(a.Addr.Windows.pData, b.Addr.Windows.pData));
+  return sharesData || shares(a.pPalette, b.pPalette) || shares(a.DataCallbacks, b.DataCallbacks);
 }
 
 // A new list in `*made`, filled by `fill`; nothing is left of it after a failure.
@@ -174,14 +190,14 @@ int32_t V_CALL V_InsertBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHA
   if (list->count == V_LIST_END || !MakeRoomForOne(*list)) return kNoMemory;
   BITMAPHANDLE* at = list->items + std::min(index, list->count);
   std::memmove(static_cast<void*>(at + 1), at, static_cast<uint64_t>(list->items + list->count - at) * sizeof *at);
-  *at = item;
+  Place(*at, item, NewItemNumber());
   ++list->count;
   return kSuccess;
 }
 
 int32_t V_CALL V_RemoveBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmapOut) noexcept {
   V_TRY(CheckItem(list, index));
-  if (bitmapOut) *bitmapOut = list->items[index];
+  if (bitmapOut) Place(*bitmapOut, list->items[index], 0);
   CloseGap(*list, index, 1);
   return kSuccess;
 }
@@ -200,10 +216,10 @@ int32_t V_CALL V_SetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDL
   V_TRY(CheckItem(list, index));
   V_TRY(CheckRecord(bitmap));
   const BITMAPHANDLE item = Widened(*bitmap);
-  BITMAPHANDLE old = list->items[index];
-  Unshare(old, item);
-  V_FreeBitmap(&old);
-  list->items[index] = item;
+  BITMAPHANDLE& slot = list->items[index];
+  const bool same = IsSameItem(slot, item);
+  if (!same) V_FreeBitmap(&slot);
+  Place(slot, item, same ? ItemNumber(slot) : NewItemNumber());
   return kSuccess;
 }
 
@@ -211,10 +227,14 @@ int32_t V_CALL V_ReplaceBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPH
   V_TRY(CheckItem(list, index));
   V_TRY(CheckRecord(bitmap));
   const uint32_t structSize = bitmap->uStructSize;
-  V_TRY(CheckFits(list->items[index], structSize));
+  BITMAPHANDLE& slot = list->items[index];
+  V_TRY(CheckFits(slot, structSize));
+  if (structSize != V_BITMAPHANDLE_SIZE && IsKeptByHost(slot)) return kInvalidStructSize;
   const BITMAPHANDLE item = Widened(*bitmap);
-  Narrow(list->items[index], bitmap, structSize);
-  list->items[index] = item;
+  if (structSize != V_BITMAPHANDLE_SIZE) V_FreeBuffer(slot.pLUT16);  // it has no place there
+  SetItemNumber(slot, 0);
+  Narrow(slot, bitmap, structSize);
+  Place(slot, item, NewItemNumber());
   return kSuccess;
 }
 

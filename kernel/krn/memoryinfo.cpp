@@ -43,8 +43,9 @@ TileSettings Changed(const TileTable* table, const TileSettings& wanted, uint32_
 
 bool SameTiles(const TileTable& table, const TileSettings& settings) noexcept {
   const TileSettings& now = table.context.tiles;
-  const bool sameNumber = settings.tilesInMemory == now.tilesInMemory ||
-                          settings.tilesInMemory == static_cast<int32_t>(table.conventionalTiles);
+  // What was reported may be given back.
+  const auto held = static_cast<int32_t>(table.conventionalTiles);
+  const bool sameNumber = settings.tilesInMemory == now.tilesInMemory || (held > 0 && settings.tilesInMemory == held);
   const bool sameViews = settings.maxViewBytes == now.maxViewBytes || settings.maxViewBytes == table.maxViewBytes;
   return settings.tileSize == now.tileSize && sameNumber && sameViews;
 }

@@ -56,7 +56,7 @@ int32_t CopyOverlays(BITMAPHANDLE& dst, const BITMAPHANDLE& src, int32_t dx, int
   const OverlayTable* table = TableOf(src);
   for (int32_t slot = 0; table && slot < kSlots; ++slot) {
     BITMAPOVERLAY overlay = table->slots[slot];
-    if (!overlay.pBitmap) continue;
+    if (!overlay.pBitmap || !HasFlag(*overlay.pBitmap, V_FlagAllocated)) continue;
     overlay.x = static_cast<int32_t>(static_cast<uint32_t>(overlay.x) + static_cast<uint32_t>(dx));
     overlay.y = static_cast<int32_t>(static_cast<uint32_t>(overlay.y) + static_cast<uint32_t>(dy));
     V_TRY(V_SetBitmapOverlay(&dst, slot, &overlay));

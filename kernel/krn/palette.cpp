@@ -117,7 +117,8 @@ int32_t V_CALL V_CopyBitmapPalette(BITMAPHANDLE* dst, BITMAPHANDLE* src) noexcep
   V_TRY(CheckRecord(dst));
   V_TRY(CheckRecord(src));
   if (dst == src) return kSuccess;
-  return V_SetBitmapNewPalette(dst, src->pPalette, static_cast<uint32_t>(std::max(src->nColors, 0)));
+  const int32_t colors = src->nColors;
+  return V_SetBitmapNewPalette(dst, src->pPalette, static_cast<uint32_t>(std::max(colors, 0)));
 }
 
 uint32_t V_CALL V_FindPaletteIndex(const RGBQUAD* palette, uint32_t colors, uint32_t R, uint32_t G,

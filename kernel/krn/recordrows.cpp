@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "common/buffer.h"
-#include "krn/diagnostics.h"
 #include "krn/rowview.h"
 #include "krn/runs.h"
 #include "krn/segments.h"
@@ -15,9 +14,7 @@ namespace vexakrn {
 namespace {
 
 int32_t CheckCall(const BITMAPHANDLE* bitmap, const void* record, const char* name) noexcept {
-  if (!bitmap || !record) return kInvalidParameter;
-  V_TRY(CheckRecord(bitmap));
-  if (LockCount(*bitmap) < 1) TraceLockCount(name, *bitmap, "\r\n");
+  V_TRY(CheckRowCall(bitmap, record, name));
   return bitmap->BitsPerPixel == 1 ? kSuccess : kBitsPerPixel;
 }
 
@@ -73,7 +70,9 @@ int64_t PutStretch(BITMAPHANDLE& bitmap, const uint8_t* record, const Stretch& s
   const auto pixels = static_cast<int32_t>(stretch.pixels);
   const int64_t put = pixels == bitmap.Width ? PutRowPart(bitmap, packed.data(), {stretch.row, 0, bytes})
                                              : PutSegment(bitmap, {stretch.column, pixels, packed.data()}, stretch.row);
-  return put < 0 ? put : static_cast<int64_t>(RecordBytes(record));
+  if (put < 0) return put;
+  const uint64_t touched = (static_cast<uint32_t>(stretch.column) % 8 + stretch.pixels + 7) / 8;
+  return static_cast<uint64_t>(put) >= touched ? static_cast<int64_t>(RecordBytes(record)) : int64_t{kNoMemory};
 }
 
 }  // namespace

@@ -8,28 +8,28 @@
 namespace vexakrn {
 namespace {
 
-int32_t CheckCall(const BITMAPHANDLE* bitmap, const void* buffer, const char* name) noexcept {
-  if (!bitmap || !buffer) return kInvalidParameter;
-  V_TRY(CheckRecord(bitmap));
-  if (LockCount(*bitmap) < 1) TraceLockCount(name, *bitmap, "\r\n");  // this trace ends in CR LF, and is meant to
-  return kSuccess;
-}
-
 bool IsInside(const BITMAPHANDLE& bitmap, const RowPart& part) noexcept {
   return part.row >= 0 && part.row < bitmap.Height && part.column >= 0 && part.column < bitmap.Width;
 }
 
 int64_t Get(BITMAPHANDLE* bitmap, void* buffer, const RowPart& part, const char* name) noexcept {
-  V_TRY(CheckCall(bitmap, buffer, name));
+  V_TRY(CheckRowCall(bitmap, buffer, name));
   return GetRowPart(*bitmap, buffer, part);
 }
 
 int64_t Put(BITMAPHANDLE* bitmap, const void* buffer, const RowPart& part, const char* name) noexcept {
-  V_TRY(CheckCall(bitmap, buffer, name));
+  V_TRY(CheckRowCall(bitmap, buffer, name));
   return PutRowPart(*bitmap, buffer, part);
 }
 
 }  // namespace
+
+int32_t CheckRowCall(const BITMAPHANDLE* bitmap, const void* buffer, const char* name) noexcept {
+  if (!bitmap || !buffer) return kInvalidParameter;
+  V_TRY(CheckRecord(bitmap));
+  if (LockCount(*bitmap) < 1) TraceLockCount(name, *bitmap, "\r\n");  // this trace ends in CR LF, and is meant to
+  return kSuccess;
+}
 
 int64_t GetRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept {
   if (const auto* callbacks = DataCallbacks(bitmap); callbacks && callbacks->GetBitmapRowCol) {
@@ -37,11 +37,13 @@ int64_t GetRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noex
         callbacks->GetBitmapRowCol(&bitmap, buffer, part.row, part.column, part.count, callbacks->pUserData);
     if (result != 0) return static_cast<int64_t>(result);
   }
-  const auto read = StorageOf(bitmap).read;
-  if (!read) return kNoMemory;
+  const Storage& storage = StorageOf(bitmap);
+  if (!storage.read) return kNoMemory;
   if (!IsInside(bitmap, part)) return kInvalidParameter;
   const uint32_t offset = ColumnOffset(part.column, bitmap.BitsPerPixel);
-  return read(bitmap, static_cast<uint8_t*>(buffer), part.row, offset, part.count);
+  const int64_t got = storage.read(bitmap, static_cast<uint8_t*>(buffer), part.row, offset, part.count);
+  UpdateDataSize(bitmap, storage);  // a strip may have been closed
+  return got;
 }
 
 int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part) noexcept {

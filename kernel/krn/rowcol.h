@@ -13,6 +13,9 @@ struct RowPart {
   uint64_t count;
 };
 
+// The opening of the row functions: null, then the record's size; traces a call without an access under its name.
+int32_t CheckRowCall(const BITMAPHANDLE* bitmap, const void* buffer, const char* name) noexcept;
+
 // The record and the buffer are not null and are checked. The data callback sees the call first; then the position is
 // checked, and the storage moves the bytes. Bytes moved, or a status.
 int64_t GetRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept;

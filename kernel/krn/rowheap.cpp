@@ -19,7 +19,7 @@ namespace {
 
 constexpr uint64_t kSmallestChunk = 256;
 constexpr uint64_t kLargestStep = 256 * 1024;  // what a chunk has beyond what was asked for
-constexpr uint64_t kToleratedWaste = 4096;     // a heap below this is not worth trimming
+constexpr uint64_t kToleratedWaste = 4096;     // a heap that wastes less is not worth trimming
 
 uint64_t RoomFor(uint64_t recordBytes) noexcept { return RoundUp(recordBytes, 8); }
 uint64_t Wasted(const RowHeap& heap) noexcept { return heap.used - heap.live; }
@@ -54,11 +54,6 @@ uint8_t* Take(RowHeap& heap, uint64_t bytes) noexcept {
   heap.used += bytes;
   heap.live += bytes;
   return space;
-}
-
-// Keeps what a block wastes in proportion. Without memory for that it stays as it is until the next time.
-void TrimIfWasteful(RowBlock& block) noexcept {
-  if (Wasted(*block.heap) > block.heap->live / 2 + kToleratedWaste) V_TrimBitmapHeap(block);
 }
 
 }  // namespace
@@ -97,6 +92,11 @@ int32_t V_TrimBitmapHeap(RowBlock& block) noexcept {
   FreeChunks(block.heap->newest);
   *block.heap = {chunk, needed, needed};
   return kSuccess;
+}
+
+void TrimIfWasteful(RowBlock& block) noexcept {
+  const uint64_t slots = block.slots * sizeof(RowSlot);  // a trim walks all of them
+  if (Wasted(*block.heap) > block.heap->live / 2 + slots + kToleratedWaste) V_TrimBitmapHeap(block);
 }
 
 RowBlock* MakeBlock(uint64_t rows) noexcept {

@@ -1,8 +1,8 @@
 // Compressed rows in memory: a bitmap's rows in blocks, each with a small heap for its records.
 //
 // A heap hands out space from its newest chunk and takes none back: what is given up is counted. Once that is more than
-// half of what lives, the block's records move together into one new chunk and the old ones go, so a page that is
-// rewritten for ever stays within a constant factor of its records.
+// half of what lives and what the block's slots take, the records move together into one new chunk and the old ones go,
+// so a page that is rewritten for ever stays within a constant factor of its records.
 #ifndef VEXAKRN_KRN_ROWHEAP_H
 #define VEXAKRN_KRN_ROWHEAP_H
 
@@ -55,6 +55,9 @@ void FreeBlock(RowBlock* block) noexcept;
 
 // Puts a copy of a record into a slot. -1 leaves the old one.
 int32_t StoreRecord(RowBlock& block, RowSlot& slot, const uint8_t* record, uint64_t bytes) noexcept;
+
+// Trims a block that wastes too much; without memory for the move it stays as it is until the next time.
+void TrimIfWasteful(RowBlock& block) noexcept;
 
 // Empties a slot.
 void DropRecord(RowBlock& block, RowSlot& slot) noexcept;

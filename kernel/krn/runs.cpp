@@ -34,7 +34,7 @@ uint64_t EncodeRecord(uint8_t* record, const uint8_t* source, uint32_t bitOffset
   return kRecordHeader + 2 * uint64_t{count};
 }
 
-uint64_t AppendRun(uint8_t* record, uint32_t pixels, uint32_t colour) noexcept {
+uint64_t AppendRun(uint8_t* record, uint16_t pixels, uint32_t colour) noexcept {
   constexpr uint32_t kLongest = 65535;
   uint32_t count = RunCount(record);
   if (pixels == 0) return RecordBytes(record);
@@ -47,14 +47,13 @@ uint64_t AppendRun(uint8_t* record, uint32_t pixels, uint32_t colour) noexcept {
     uint16_t last = 0;
     std::memcpy(&last, record + kRecordHeader + 2 * uint64_t{--count}, sizeof last);
     run = last;
-  } else if (count % 2 != colour) {
+  } else if (count == 0 && colour == 1) {
     put(0);
   }
-  for (; pixels > kLongest - run; run = 0) {
-    const uint32_t piece = run > 0 ? 0 : kLongest;
-    put(run + piece);
+  if (run + pixels > kLongest) {
+    put(run);
     put(0);
-    pixels -= piece;
+    run = 0;
   }
   put(run + pixels);
   std::memcpy(record, &count, sizeof count);

@@ -31,7 +31,7 @@ uint64_t EncodeRecord(uint8_t* record, const uint8_t* source, uint32_t bitOffset
 
 // Adds a trailing run to a record, which has room for it: it extends the last run where the colour is the same. Returns
 // the record's bytes.
-uint64_t AppendRun(uint8_t* record, uint32_t pixels, uint32_t colour) noexcept;
+uint64_t AppendRun(uint8_t* record, uint16_t pixels, uint32_t colour) noexcept;
 
 // -13 unless the record lies within `available` bytes, has at most pixels + 1 runs, and they add up to `pixels`.
 int32_t CheckRuns(const uint8_t* record, uint64_t available, uint64_t pixels) noexcept;

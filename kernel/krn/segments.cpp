@@ -9,7 +9,6 @@
 #include "common/buffer.h"
 #include "common/packed.h"
 #include "common/record.h"
-#include "krn/diagnostics.h"
 #include "krn/rowcol.h"
 
 namespace vexakrn {
@@ -70,9 +69,8 @@ using namespace vexakrn;
 
 int64_t V_CALL V_PutBitmapRowSegments(BITMAPHANDLE* bitmap, const BITMAPROWSEGMENT* segments, int32_t count,
                                       int32_t row) noexcept {
-  if (!bitmap || !segments || count < 0) return kInvalidParameter;
-  V_TRY(CheckRecord(bitmap));
-  if (LockCount(*bitmap) < 1) TraceLockCount("V_PutBitmapRowSegments", *bitmap, "\r\n");
+  if (count < 0) return kInvalidParameter;
+  V_TRY(CheckRowCall(bitmap, segments, "V_PutBitmapRowSegments"));
   // A host that keeps the rows judges the row itself.
   const auto* callbacks = DataCallbacks(*bitmap);
   const bool hostKeepsRows = callbacks && callbacks->PutBitmapRowCol;

@@ -54,7 +54,7 @@ struct Storage {
   // The data size, where it is not that of the packed rows.
   uint64_t (*heldBytes)(const BITMAPHANDLE& bitmap) noexcept = nullptr;
 
-  // A row's run-length record (runs.h); it is the storage's own and stays valid until the row is written.
+  // A row's run-length record (runs.h); it is the storage's own and stays valid until any row is written.
   const uint8_t* (*recordAt)(BITMAPHANDLE& bitmap, int32_t row) noexcept = nullptr;
 
   // Takes a copy of a record, which has been checked.

@@ -2,8 +2,9 @@
 //
 // A strip is as many rows as 64 KiB hold, at least one. What was never written is zero and takes no memory. One or two
 // strips at a time are open: decoded in a slot, where their bytes can be changed. An open strip that was changed has no
-// coded form until it is closed, or until its last byte is written: whoever writes all rows in order codes each
-// strip once. Two slots, so that rows can be exchanged or copied between two places without coding at every step.
+// coded form until it is closed: when all its bytes have been written in a row, from either end, or the last of them.
+// Whoever writes all rows in order codes each strip once. Two slots, so that rows can be exchanged or copied between two
+// places without coding at every step.
 //
 // Whatever fails for lack of memory fails before anything has changed; a strip that cannot be coded stays open.
 #include <algorithm>
@@ -33,6 +34,7 @@ struct Slot {
   uint8_t* data;  // room for OpenBytes
   uint64_t index;
   bool changed;
+  uint64_t from, to;  // bytes that were written one after the other, in either direction
 };
 
 struct Store {
@@ -128,11 +130,13 @@ Slot* FindSlot(Store& store, uint64_t index) noexcept {
 void Forget(Slot& slot) noexcept {
   slot.index = kNoStrip;
   slot.changed = false;
+  slot.from = slot.to = 0;
 }
 
 bool Close(Store& store, Slot& slot) noexcept {
   if (slot.changed && !PutCoded(store, slot.index, slot.data)) return false;
   slot.changed = false;
+  slot.from = slot.to = 0;
   return true;
 }
 
@@ -171,6 +175,15 @@ void NoteChange(Store& store, Slot& slot) noexcept {
   if (slot.changed) return;
   slot.changed = true;
   DropCoded(store, slot.index);
+}
+
+// Extends the stretch that is being written, or begins another one. Whether it is the whole strip now.
+bool NoteWritten(Slot& slot, uint64_t from, uint64_t count, uint64_t size) noexcept {
+  const uint64_t to = from + count;
+  const bool touches = from <= slot.to && to >= slot.from;
+  slot.from = touches ? std::min(slot.from, from) : from;
+  slot.to = touches ? std::max(slot.to, to) : to;
+  return slot.from == 0 && slot.to == size;
 }
 
 // --- transfers ---
@@ -231,7 +244,8 @@ bool WritePiece(Store& store, const uint8_t* buffer, const Piece& piece) noexcep
   if (!slot) return false;
   NoteChange(store, *slot);
   std::memcpy(slot->data + piece.from, buffer, piece.count);
-  if (piece.from + piece.count == size) Close(store, *slot);  // it stays open where memory lacks
+  const bool whole = NoteWritten(*slot, piece.from, piece.count, size);
+  if (whole || piece.from + piece.count == size) Close(store, *slot);  // it stays open where memory lacks
   return true;
 }
 

@@ -186,7 +186,7 @@ TEST(Copy, TakesTheAttributesAlong) {
     BITMAPOVERLAY got = {sizeof got, 0, 0, 0, nullptr};
     ASSERT_EQ(V_GetBitmapOverlay(part, 5, &got), 1);
     EXPECT_EQ(got.x, 7);
-    EXPECT_EQ(got.y, 16);
+    EXPECT_EQ(got.y, 17) << "as displayed, from the right";
     EXPECT_EQ(ReadPixels(got.pBitmap), small.pixels);
     EXPECT_EQ(part->HighBit, 13);
   }
@@ -291,6 +291,57 @@ TEST(Copy, AsksTheHostAtItsBeginningAndEnd) {
   EXPECT_EQ(copy(undone), -44);
   EXPECT_EQ(host.flags, std::vector<uint32_t>{0}) << "what did not begin has no end";
   EXPECT_EQ(ReadPixels(source), source.pixels);
+}
+
+// Callbacks may use the bitmaps that are being copied, and change them.
+TEST(Copy, SurvivesWhatItsCallbacksDo) {
+  AccountBalance balance;
+  struct Meddler {
+    BITMAPHANDLE *from, *to;
+    int32_t height = 0;
+    bool busy = false;  // the move that it asks for reports too
+  };
+  const auto meddle = [](int32_t percent, void* userData) {
+    auto& self = *static_cast<Meddler*>(userData);
+    if (percent < 40 || percent > 60 || std::exchange(self.busy, true)) return 1;
+    EXPECT_EQ(V_ChangeBitmapHeight(self.from, self.height), 1);
+    EXPECT_EQ(V_SetBitmapMemoryInfo(self.to, V_MemoryConventional, 0, 0, 0, 1), 1);
+    self.busy = false;
+    return 1;
+  };
+  for (const uint32_t memory : {1u, 4u, 512u, 1024u})
+    for (const int32_t height : {1, 5, 60000}) {
+      Bitmap from, to;
+      from.Create(memory, 100, 50, 1);
+      to.Create(memory, 100, 50, 1);
+      Meddler meddler{from, to, height};
+      V_SetCopyStatusCallBack(meddle, &meddler, nullptr, nullptr);
+      const int32_t status = V_CopyBitmapData(to, from);
+      V_SetCopyStatusCallBack(nullptr, nullptr, nullptr, nullptr);
+      EXPECT_TRUE(status == 1 || status == -13) << status;
+    }
+  // A host that reads other rows while it has been given one.
+  ScopedThresholds thresholds;
+  thresholds.TileSize(65536);
+  thresholds.Fifth(1);
+  Bitmap tiled, kept;
+  tiled.Create(V_MemoryTiled, 65536, 8, 8);
+  ASSERT_EQ(V_SetBitmapMemoryInfo(tiled, V_MemoryTiled, 65536, 1, 1, 15), 1);
+  const std::vector<uint8_t> pixels = Random(5).Bytes(size_t{65536} * 8);
+  WritePixels(tiled, pixels);
+  BITMAPHANDLEDATACALLBACKS table{};
+  table.uStructSize = sizeof table;
+  table.pUserData = tiled;
+  table.PutBitmapRowCol = [](BITMAPHANDLE*, const void* buffer, int32_t row, int32_t, uint64_t, void* userData) {
+    std::vector<uint8_t> other(65536);
+    const std::vector<uint8_t> before(static_cast<const uint8_t*>(buffer), static_cast<const uint8_t*>(buffer) + 65536);
+    for (int32_t at = 0; at < 8; ++at) V_GetBitmapRow(static_cast<BITMAPHANDLE*>(userData), other.data(), at, 65536);
+    EXPECT_EQ(std::memcmp(buffer, before.data(), before.size()), 0) << "row " << row;
+    return uint64_t{0};
+  };
+  ASSERT_EQ(V_CreateBitmapWithCallbacks(kept, 284, 1, 65536, 8, 8, 0, nullptr, 1, nullptr, 0, &table), 1);
+  EXPECT_EQ(V_CopyBitmapData(kept, tiled), 1);
+  EXPECT_EQ(ReadPixels(kept), pixels);
 }
 
 // --- bad input --------------------------------------------------------------------------------------------------------

@@ -135,20 +135,47 @@ TEST(List, ItemsFromTheOlderLayoutAreWidened) {
   EXPECT_EQ(std::count(tail + 260, tail + 284, 0), 24);
 }
 
-// A record that was got from the list and changed goes back without freeing what it shares with the item.
+int32_t Change(BITMAPHANDLE* record, int change) {
+  const RGBQUAD palette[2] = {};
+  switch (change) {
+    case 1:
+      return V_SetBitmapNewPalette(record, palette, record->BitsPerPixel == 8 ? 2 : 0);
+    case 2:
+      return V_SetBitmapMemoryInfo(record, V_MemorySuperCompressed, 0, 0, 0, 1);
+    case 3:
+      return V_ChangeBitmapHeight(record, 4000);
+    case 4:
+      return V_CopyBitmapRect(nullptr, record, kCurrentLayout, 0, 0, 60, 50);
+    case 5:
+      return V_SetBitmapMemoryInfo(record, V_MemoryConventional, 0, 0, 0, 1);
+    default:
+      return 1;
+  }
+}
+
+// A record that was got from the list and changed goes back: nothing of the item is freed twice, nothing is left.
 TEST(List, AnItemCanBeChangedThroughItsRecord) {
   AccountBalance balance;
-  const ListOf list;
-  BITMAPHANDLE record;
-  MakeNamed(&record, kCurrentLayout, 3);
-  ASSERT_EQ(V_InsertBitmapListItem(list, 0, &record), 1);
-  ASSERT_EQ(V_GetBitmapListItem(list, 0, &record, kCurrentLayout), 1);
-  record.XResolution = 77;
-  ASSERT_EQ(V_SetBitmapListItem(list, 0, &record), 1);
-  EXPECT_EQ(list.Names(), std::vector<int32_t>{3});
-  ASSERT_EQ(V_GetBitmapListItem(list, 0, &record, kCurrentLayout), 1);
-  EXPECT_EQ(Field(record.XResolution), 77);
-  EXPECT_NE(Field(record.pPalette), nullptr);
+  for (const int32_t bits : {8, 24}) {
+    const ListOf list;
+    BITMAPHANDLE record;
+    V_CreateBitmap(&record, kCurrentLayout, 1, 60, 50, bits, V_OrderBgr, nullptr, 1, nullptr, 0);
+    WritePixels(&record, Random(4).Bytes(record.BytesPerLine * size_t{50}));
+    ASSERT_EQ(V_InsertBitmapListItem(list, 0, &record), 1);
+    ASSERT_EQ(V_SetBitmapListItem(list, 0, &record), 1) << "the record that was put in";
+    for (int change = 0; change < 6; ++change) {
+      ASSERT_EQ(V_GetBitmapListItem(list, 0, &record, kCurrentLayout), 1);
+      const std::vector<uint8_t> pixels = ReadPixels(&record);
+      record.XResolution = 70 + change;
+      ASSERT_EQ(Change(&record, change), 1);
+      ASSERT_EQ(V_SetBitmapListItem(list, 0, &record), 1);
+      ASSERT_EQ(V_GetBitmapListItem(list, 0, &record, kCurrentLayout), 1);
+      EXPECT_EQ(Field(record.XResolution), 70 + change);
+      const std::vector<uint8_t> now = ReadPixels(&record);
+      EXPECT_TRUE(std::equal(now.begin(), now.begin() + static_cast<ptrdiff_t>(std::min(now.size(), pixels.size())),
+                             pixels.begin()));
+    }
+  }
 }
 
 TEST(List, TheOlderLayoutCannotCarryCallbacks) {
