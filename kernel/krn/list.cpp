@@ -97,6 +97,14 @@ BITMAPHANDLE Widened(const BITMAPHANDLE& bitmap) noexcept {
   return item;
 }
 
+// Gives an item that comes back in the older layout what that has no place for.
+void KeepTail(BITMAPHANDLE& item, const BITMAPHANDLE& slot) noexcept {
+  item.LUTLength16 = slot.LUTLength16;
+  item.pLUT16 = slot.pLUT16;
+  item.nLockCount = slot.nLockCount;
+  item.DataCallbacks = slot.DataCallbacks;
+}
+
 // Puts a widened record into its place as a new item.
 void Place(BITMAPHANDLE& slot, const BITMAPHANDLE& item, uint64_t number) noexcept {
   slot = item;
@@ -215,10 +223,14 @@ int32_t V_CALL V_GetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDL
 int32_t V_CALL V_SetBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPHANDLE* bitmap) noexcept {
   V_TRY(CheckItem(list, index));
   V_TRY(CheckRecord(bitmap));
-  const BITMAPHANDLE item = Widened(*bitmap);
+  BITMAPHANDLE item = Widened(*bitmap);
   BITMAPHANDLE& slot = list->items[index];
   const bool same = IsSameItem(slot, item);
-  if (!same) V_FreeBitmap(&slot);
+  if (!same) {
+    V_FreeBitmap(&slot);
+  } else if (IsOldLayout(*bitmap)) {
+    KeepTail(item, slot);
+  }
   Place(slot, item, same ? ItemNumber(slot) : NewItemNumber());
   return kSuccess;
 }
@@ -231,7 +243,10 @@ int32_t V_CALL V_ReplaceBitmapListItem(HBITMAPLIST list, uint32_t index, BITMAPH
   V_TRY(CheckFits(slot, structSize));
   if (structSize != V_BITMAPHANDLE_SIZE && IsKeptByHost(slot)) return kInvalidStructSize;
   const BITMAPHANDLE item = Widened(*bitmap);
-  if (structSize != V_BITMAPHANDLE_SIZE) V_FreeBuffer(slot.pLUT16);  // it has no place there
+  if (structSize != V_BITMAPHANDLE_SIZE) {  // what has no place there
+    V_FreeBuffer(slot.pLUT16);
+    FreeDataCallbacks(slot);
+  }
   SetItemNumber(slot, 0);
   Narrow(slot, bitmap, structSize);
   Place(slot, item, NewItemNumber());
