@@ -1,457 +1,554 @@
-// Live bitmaps: the input is a sequence of calls on four records of both layouts in all kinds of storage, with hostile
-// numbers but honest buffers. What the bytes of a bitmap must be is kept beside it and compared after each change.
-#include <algorithm>
-#include <cstring>
+// Live bitmaps and lists: the input is a sequence of calls on four bitmaps of both layouts in all kinds of storage and on
+// two lists, with hostile numbers but honest buffers. Each call is made on a bitmap and on its twin (twin.h).
 #include <filesystem>
 #include <limits>
-#include <memory>
-#include <optional>
-#include <string>
 #include <system_error>
-#include <vector>
+#include <utility>
 
-#include "input.h"
-#include "platform/fault.h"
-#include "support/pixelmodel.h"
-#include "vexakrn.h"
+#include "twin.h"
 
 namespace {
 
-using vexafuzz::Check;
-using vexafuzz::Input;
+using namespace vexafuzz;
 namespace platform = vexakrn::platform;
+using Bytes = std::vector<uint8_t>;
 
-constexpr uint64_t kLargest = 1 << 19;  // bytes of data that a bitmap may really have
-constexpr uint32_t kRequests[] = {1, 1, 2, 4, 4, 8, 9, 128, 128, 256, 257, 260, 264, 265, 768, 1024, 1280, 129, 0};
-constexpr int32_t kDepths[] = {1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 24, 32, 48, 64};
+constexpr int32_t kDepths[] = {1, 8, 24, 1,  1,  2,  3,  4,
+                               5, 6, 7,  12, 16, 32, 48, 64};  // first those that can be compressed
+constexpr int32_t kWidest = 80000;                             // of records that may really have data
 
-// A host that refuses what its flags say, and otherwise leaves everything to the engine.
-struct Host {
-  bool refusesAccess = false, refusesRelease = false, refusesAllocation = false;
-  static int32_t V_CALL Allocate(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* self) {
-    return static_cast<Host*>(self)->refusesAllocation ? -5001 : 1;
-  }
-  static int32_t V_CALL Access(BITMAPHANDLE*, void* self) {
-    return static_cast<Host*>(self)->refusesAccess ? -5002 : 1;
-  }
-  static int32_t V_CALL Release(BITMAPHANDLE*, void* self) {
-    return static_cast<Host*>(self)->refusesRelease ? -5003 : 1;
-  }
-  static uint64_t V_CALL Get(BITMAPHANDLE*, void*, int32_t, int32_t, uint64_t, void*) { return 0; }
-  static uint64_t V_CALL Put(BITMAPHANDLE*, const void*, int32_t, int32_t, uint64_t, void*) { return 0; }
+struct List {
+  HBITMAPLIST of[2] = {};
+  std::vector<int32_t> ids;  // the items' delays
+};
 
-  BITMAPHANDLEDATACALLBACKS Table() {
-    BITMAPHANDLEDATACALLBACKS table{};
-    table.uStructSize = sizeof(table);
-    table.pUserData = this;
-    table.AllocateBitmapData = Allocate;
-    table.AccessBitmap = Access;
-    table.ReleaseBitmap = Release;
-    table.GetBitmapRowCol = Get;
-    table.PutBitmapRowCol = Put;
-    return table;
+struct World {
+  Host host;
+  std::vector<Bytes> userData;  // it outlives the bitmaps, which move
+  Pair pairs[4];
+  List lists[2];
+  int32_t lastId = 0;
+
+  World() {
+    for (List& list : lists)
+      for (HBITMAPLIST& side : list.of) Check(V_CreateBitmapList(&side) == 1, "a new list");
+  }
+  ~World() {
+    for (List& list : lists)
+      for (HBITMAPLIST side : list.of) Check(V_DestroyBitmapList(side) == 1, "the end of a list");
   }
 };
 
-// A record of exactly its layout's bytes, so that a sanitizer sees what is touched beyond.
-class Slot {
- public:
-  Slot() { Renew(V_BITMAPHANDLE_SIZE); }
-  ~Slot() { V_FreeBitmap(Get()); }
-  Slot(const Slot&) = delete;
+// --- choices ---
 
-  BITMAPHANDLE* Get() { return reinterpret_cast<BITMAPHANDLE*>(record_.get()); }
-  uint64_t DataSize() {
-    return Get()->uStructSize == V_BITMAPHANDLE_SIZE ? uint64_t{Get()->Size64} : uint64_t{Get()->Size32};
+uint32_t Layout(Input& input) { return input.OneIn(3) ? V_BITMAPHANDLE_OLD_SIZE : V_BITMAPHANDLE_SIZE; }
+uint32_t Request(Input& input) {
+  return input.OneIn(32) ? input.Number<uint16_t>() : kRequests[input.Below(std::size(kRequests))];
+}
+int32_t From1(Input& input, uint32_t limit) { return 1 + static_cast<int32_t>(input.Below(limit)); }
+// A host judges rows before the engine does, so that one outside may give another status.
+int32_t Row(Input& input, Pair& pair) {
+  return pair.HasCallbacks() ? std::max(pair.Get()->Height - 1, 0) : input.Hostile(pair.Get()->Height);
+}
+
+// What a bitmap is made with; never so large that it cannot really be held.
+struct Shape {
+  int32_t width, height, bits;
+  Shape(Input& input, uint32_t request) {
+    const uint32_t form = input.Below(16);
+    const bool wide = form == 0;                                              // with runs beyond a word's limit
+    const bool tall = form == 1 && (request & V_MemoryCompressed);            // of more than one block of rows
+    const bool large = form < (request == V_MemorySuperCompressed ? 10 : 5);  // with several strips
+    width = wide ? 65000 + From1(input, 10000) : tall ? From1(input, 32) : From1(input, large ? 700 : 80);
+    height = wide ? From1(input, 9) : tall ? 32750 + From1(input, 250) : From1(input, large ? 300 : 40);
+    const uint32_t depths = request == V_MemoryCompressed        ? 1
+                            : request == V_MemorySuperCompressed ? 3
+                                                                 : std::size(kDepths);
+    bits = wide || tall ? 1 : input.OneIn(16) ? input.Hostile(70) : kDepths[input.Below(depths)];
+    if (form == 2) width = input.Hostile(width), height = input.Hostile(height);
+    const int64_t row = int64_t{width} * bits / 8 + 4;  // a pitch that wraps is refused
+    if (width < 0 || bits < 0 || row > std::numeric_limits<uint32_t>::max() / 2) return;
+    height = static_cast<int32_t>(std::min<int64_t>(height, static_cast<int64_t>(kLargest) / row));
   }
-  bool IsAllocated() { return (Get()->Flags & V_FlagAllocated) != 0; }
-
-  void Init(Input& input);
-  void Create(Input& input);
-  void Allocate(Input& input);
-  void AttachUserData(Input& input);
-  void Row(Input& input, bool put);
-  void Segments(Input& input);
-  void Pixel(Input& input);
-  void ChangeHeight(Input& input);
-  void Access(Input& input);
-  void Callbacks(Input& input);
-  void Palette(Input& input, Slot& other);
-  void Overlay(Input& input, Slot& other);
-  void Duplicate(Input& input, Slot& other);
-  void Compare(Slot& other);
-  void MemoryInfo();
-  void Free();
-  void Verify();
-
- private:
-  void Renew(uint32_t structSize) {
-    record_.reset(new uint8_t[structSize]());
-    Get()->uStructSize = structSize;
-    bytes_.reset();
-  }
-  // The whole data, when it can be read.
-  std::optional<std::vector<uint8_t>> Read() {
-    std::vector<uint8_t> data(DataSize());
-    if (V_AccessBitmap(Get()) != 1) return std::nullopt;
-    const int64_t done = V_GetBitmapRow(Get(), data.data(), 0, data.size());
-    V_ReleaseBitmap(Get());
-    Check(done == static_cast<int64_t>(data.size()), "the whole data can be read");
-    return data;
-  }
-
-  std::unique_ptr<uint8_t[]> record_;
-  std::optional<std::vector<uint8_t>> bytes_;  // what the data must be; none when there is no data to read
-  std::vector<uint8_t> user_;                  // the caller's buffer of a user bitmap
-  Host host_;
 };
 
-int32_t AnyDepth(Input& input) {
-  return input.OneIn(12) ? input.Hostile(70) : kDepths[input.Below(std::size(kDepths))];
-}
-uint32_t AnyLayout(Input& input) { return input.OneIn(3) ? V_BITMAPHANDLE_OLD_SIZE : V_BITMAPHANDLE_SIZE; }
-uint32_t AnyRequest(Input& input) {
-  return input.OneIn(16) ? input.Number<uint16_t>() : kRequests[input.Below(std::size(kRequests))];
-}
-
-void Slot::Free() {
-  V_FreeBitmap(Get());
-  Check(!IsAllocated(), "a freed bitmap is not allocated");
-  V_FreeBitmap(Get());
-  bytes_.reset();
+// Data of some kind: even, noisy, rising, in runs, periodical, or from the input.
+void Fill(Input& input, Bytes& bytes) {
+  const uint32_t kind = input.Below(6);
+  const uint8_t seed = input.Byte();
+  uint32_t state = seed + 1u, at = 0;
+  for (uint8_t& byte : bytes) {
+    state ^= state << 13, state ^= state >> 17, state ^= state << 5;
+    const uint32_t values[] = {seed, state >> 7, seed + at * 7, at / (1u + seed) % 2 ? ~0u : 0u, at % (3u + seed % 90)};
+    byte = static_cast<uint8_t>(kind == 5 ? input.Byte() : values[kind]);
+    ++at;
+  }
 }
 
-void Slot::Init(Input& input) {
-  Free();
-  const uint32_t layout = AnyLayout(input);
-  Renew(layout);
-  const BITMAPHANDLEDATACALLBACKS table = host_.Table();
-  const int32_t width = input.Hostile(600), height = input.Hostile(200), bits = AnyDepth(input);
-  const int32_t status =
-      V_InitBitmapWithCallbacks(Get(), layout, width, height, bits, input.OneIn(5) ? &table : nullptr);
-  Check(status == 1 || (DataSize() == 0 && Get()->Width == 0), "a refused record is empty");
-  Check(Get()->uStructSize == (status == V_StatusMemoryTooLow ? 0 : layout) && !IsAllocated(), "a new record");
-  if (status == V_StatusMemoryTooLow) Renew(layout);
+// Bitmaps of user memory always have a buffer of their own after the call that made them so.
+void AttachUserData(Input& input, World& world, Pair& pair) {
+  uint8_t first = 0;
+  if (!pair.Has(V_FlagMirror)) {
+    if (!pair.Has(V_FlagAllocated)) return;
+    const int32_t status = V_SetBitmapDataPointer(pair.Get(), &first, pair.Bytes());
+    return Check(status == V_StatusInvalidParameter, "foreign data in the engine's place");
+  }
+  Bytes& data = world.userData.emplace_back(pair.Bytes());
+  Fill(input, data);
+  Check(V_GetBitmapRow(pair.Get(), &first, 0, 1) == V_StatusNoImage, "rows of nothing");
+  Check(V_SetBitmapDataPointer(pair.Get(), data.data(), data.size()) == 1, "the caller's data");
+  pair.Follow();
 }
 
-void Slot::Create(Input& input) {
-  Free();
-  const uint32_t layout = AnyLayout(input), request = AnyRequest(input);
-  Renew(layout);
-  const int32_t width = input.Hostile(600), height = input.Hostile(200), bits = AnyDepth(input);
+// --- one bitmap ---
+
+void Create(Input& input, World& world, Pair& pair, Pair&) {
+  const uint32_t layout = Layout(input), request = Request(input);
+  const Shape shape(input, request);
+  const bool hosted = input.OneIn(4) && layout == V_BITMAPHANDLE_SIZE, onlyInit = input.OneIn(6);
   const int32_t order = input.OneIn(8) ? input.Hostile(9) : static_cast<int32_t>(input.Below(3));
   const int32_t perspective = input.OneIn(8) ? input.Hostile(10) : static_cast<int32_t>(input.Below(9));
-  // The size is that of an initialised record: nothing larger than the limit is really asked for.
-  if (V_InitBitmap(Get(), layout, width, height, bits == 0 ? 8 : bits) == 1 && DataSize() > kLargest) return;
-  const uint64_t size = DataSize();
-  user_.assign(request == V_MemoryUser && !input.OneIn(8) ? size : 0, static_cast<uint8_t>(input.Byte()));
-  std::vector<RGBQUAD> palette(input.OneIn(3) && bits >= 1 && bits <= 8 ? size_t{1} << bits : 0);
+  std::vector<RGBQUAD> palette(input.OneIn(3) && shape.bits >= 1 && shape.bits <= 8 ? size_t{1} << shape.bits : 0);
   for (RGBQUAD& entry : palette) entry.rgbGreen = input.Byte();
-  const BITMAPHANDLEDATACALLBACKS table = host_.Table();
-  const int32_t status = V_CreateBitmapWithCallbacks(
-      Get(), layout, request, width, height, bits, order, palette.empty() ? nullptr : palette.data(), perspective,
-      user_.empty() ? nullptr : user_.data(), input.OneIn(8) ? input.Number<uint16_t>() : user_.size(),
-      input.OneIn(5) && layout == V_BITMAPHANDLE_SIZE ? &table : nullptr);
-  Check((status == 1) == IsAllocated(), "a created bitmap is allocated, and only then");
-  if (status == V_StatusMemoryTooLow) Renew(layout);
-  if (status != 1) return;
-  if (!(request & V_MemoryUser)) {
-    bytes_.emplace(size, uint8_t{0});
-  } else if (!user_.empty()) {
-    bytes_ = user_;
+  const BITMAPHANDLEDATACALLBACKS table = world.host.Table();
+  const int64_t status = pair.Make(layout, request, [&](Side side) {
+    const auto* callbacks = hosted && side == kSubject ? &table : nullptr;
+    if (onlyInit)
+      return V_InitBitmapWithCallbacks(pair.Of(side), layout, shape.width, shape.height, shape.bits, callbacks);
+    return V_CreateBitmapWithCallbacks(pair.Of(side), layout, side == kSubject ? request : 1u, shape.width,
+                                       shape.height, shape.bits, order, palette.empty() ? nullptr : palette.data(),
+                                       perspective, nullptr, 0, callbacks);
+  });
+  if (status == 1) AttachUserData(input, world, pair);
+  if (!pair.Has(V_FlagAllocated) || input.OneIn(3)) return;
+  Bytes data(pair.Bytes());
+  Fill(input, data);
+  pair.Both(Failure::kPart, [&](Side side) { return V_PutBitmapRow(pair.Of(side), data.data(), 0, data.size()); });
+}
+
+// A movable block of the caller's, as a host may put it into a record.
+void CreateMovable(Input& input, World&, Pair& pair, Pair&) {
+  const Shape shape(input, V_MemoryConventional);
+  constexpr uint64_t kOffset = 24;
+  pair.Make(V_BITMAPHANDLE_SIZE, 0, [&](Side side) -> int32_t {
+    BITMAPHANDLE* bitmap = pair.Of(side);
+    const int32_t status = V_InitBitmap(bitmap, V_BITMAPHANDLE_SIZE, shape.width, shape.height, shape.bits);
+    if (status != 1) return status;
+    if (bitmap->Size64 == 0 || bitmap->Size64 > kLargest * 2) return V_StatusInvalidRange;
+    if (side == kTwin) return V_AllocateBitmap(bitmap, V_MemoryConventional);
+    bitmap->Addr.Windows.hMemory = V_SysAllocBlock(bitmap->Size64 + kOffset);
+    if (!bitmap->Addr.Windows.hMemory) return V_StatusInvalidParameter;
+    bitmap->DataOffset = kOffset;
+    bitmap->Flags |= V_FlagAllocated | V_FlagConventionalMemory | V_FlagGlobal;
+    return 1;
+  });
+}
+
+void Allocate(Input& input, World& world, Pair& pair, Pair&) {
+  const uint32_t request = Request(input);
+  const int32_t status = V_AllocateBitmap(pair.Get(), request);
+  const bool excused = Disarm();
+  Check(status == 1 || status == V_StatusInvalidRange || !pair.Has(V_FlagAllocated), "a failure leaves nothing");
+  {
+    const Quiet quiet;
+    const bool alone = status != 1 && IsExplained(status, excused, request);
+    constexpr uint32_t kInvalidRequest = 3;  // the old storage is gone all the same
+    const int32_t twin = V_AllocateBitmap(pair.Of(kTwin), alone ? kInvalidRequest : uint32_t{V_MemoryConventional});
+    if (!alone) CheckTwin(status, twin);
   }
+  if (status == 1) AttachUserData(input, world, pair);
 }
 
-void Slot::Allocate(Input& input) {
-  const uint32_t request = AnyRequest(input);
-  const uint64_t size = DataSize();
-  const bool pitchHolds = (static_cast<int64_t>(Get()->Width) * Get()->BitsPerPixel + 7) / 8 <= Get()->BytesPerLine;
-  if (size > kLargest && pitchHolds) return;
-  const bool wasAllocated = IsAllocated();
-  const int32_t status = V_AllocateBitmap(Get(), request);
-  if (size == 0 || !pitchHolds) {
-    Check(status == V_StatusInvalidRange && IsAllocated() == wasAllocated, "nothing to allocate");
-    return;
-  }
-  bytes_.reset();
-  Check((status == 1) == IsAllocated(), "an allocation that fails leaves nothing");
-  if (status == 1 && !(request & V_MemoryUser)) bytes_.emplace(size, uint8_t{0});
-}
-
-void Slot::AttachUserData(Input& input) {
-  const uint64_t size = DataSize();
-  if (size > kLargest) return;
-  const bool isUser =
-      (Get()->Flags & (V_FlagAllocated | V_FlagMirror | V_FlagGlobal)) == (V_FlagAllocated | V_FlagMirror);
-  std::vector<uint8_t> buffer(size + 1, input.Byte());
-  buffer.resize(size);
-  uint8_t* data = input.OneIn(6) || size == 0 ? nullptr : buffer.data();
-  const int32_t status = V_SetBitmapDataPointer(Get(), data, input.OneIn(4) ? input.Number<uint32_t>() : size);
-  if (status != 1) return;
-  user_ = std::move(buffer);  // the address stays
-  bytes_.reset();
-  if (isUser && data) bytes_ = user_;
-}
-
-void Slot::Row(Input& input, bool put) {
-  const bool column = input.OneIn(2);
-  const int32_t row = input.Hostile(Get()->Height), col = column ? input.Hostile(Get()->Width) : 0;
-  const bool inside = row >= 0 && row < Get()->Height && col >= 0 && col < Get()->Width;
-  const uint64_t size = bytes_ ? bytes_->size() : 0;
-  const uint64_t offset = inside ? static_cast<uint64_t>(Get()->BytesPerLine) * static_cast<uint64_t>(row) +
-                                       vexatest::ColumnByte(col, Get()->BitsPerPixel)
-                                 : 0;
-  const uint64_t left = inside && offset < size ? size - offset : 0;
-  uint64_t count =
-      input.OneIn(2) ? input.Below(Get()->BytesPerLine % 4096 + 2) : input.Below(static_cast<uint32_t>(left + 3));
-  if (input.OneIn(10)) count = uint64_t{std::numeric_limits<int64_t>::max()} - input.Below(3);
+void MoveRows(Input& input, World&, Pair& pair, Pair&) {
+  const bool put = input.OneIn(2), whole = input.OneIn(4), byColumn = !whole && input.OneIn(2);
+  const int32_t width = pair.Get()->Width, height = pair.Get()->Height;
+  const int32_t row = whole ? 0 : input.Hostile(height), column = byColumn ? input.Hostile(width) : 0;
+  const bool inside = row >= 0 && row < height && column >= 0 && column < width;
+  const uint64_t pitch = pair.Get()->BytesPerLine, size = pair.Has(V_FlagAllocated) ? pair.Bytes() : 0;
+  const uint64_t start = static_cast<uint64_t>(column) * static_cast<uint32_t>(pair.Get()->BitsPerPixel) / 8;
+  const uint64_t left = inside && size > 0 ? size - pitch * static_cast<uint64_t>(row) - start : 0;
+  uint64_t count = whole ? left : input.OneIn(3) ? pitch : input.Below(static_cast<uint32_t>(left + 3));
+  if (input.OneIn(24)) count = uint64_t{std::numeric_limits<int64_t>::max()} - input.Below(3);
   const uint64_t honest = std::min(count, left);  // no more can be moved
-  const std::unique_ptr<uint8_t[]> buffer(new uint8_t[honest]());
-  const uint8_t seed = input.Byte();
-  for (uint64_t i = 0; put && i < honest; ++i) buffer[i] = static_cast<uint8_t>(seed + i * 7);
-  BITMAPHANDLE* bitmap = Get();
-  const int64_t done = put      ? column ? V_PutBitmapRowCol(bitmap, buffer.get(), row, col, count)
-                                         : V_PutBitmapRow(bitmap, buffer.get(), row, count)
-                            : column ? V_GetBitmapRowCol(bitmap, buffer.get(), row, col, count)
-                                : V_GetBitmapRow(bitmap, buffer.get(), row, count);
-  if (!bytes_) {
-    Check(done < 0, "rows of nothing");
-    return;
+  Bytes data(honest);
+  if (put) Fill(input, data);
+  Bytes buffers[2] = {data, data};
+  const bool endsWithTiles = inside && pair.Has(V_FlagTiled);
+  const Failure failure = put && start + honest > pitch ? Failure::kPart : Failure::kUndoneUnlessRefused;
+  const int64_t got = pair.Both(failure, [&](Side side) {
+    BITMAPHANDLE* bitmap = pair.Of(side);
+    uint8_t none = 0, *buffer = honest > 0 ? buffers[side].data() : &none;
+    return Accessed(bitmap, [&]() -> int64_t {
+      const uint64_t asked = side == kTwin && endsWithTiles ? honest : count;
+      const int64_t moved = put        ? byColumn ? V_PutBitmapRowCol(bitmap, buffer, row, column, asked)
+                                                  : V_PutBitmapRow(bitmap, buffer, row, asked)
+                                   : byColumn ? V_GetBitmapRowCol(bitmap, buffer, row, column, asked)
+                                       : V_GetBitmapRow(bitmap, buffer, row, asked);
+      return moved == static_cast<int64_t>(asked) ? static_cast<int64_t>(count) : moved;
+    });
+  });
+  Check(got < 0 || buffers[0] == buffers[1], "a row's contents");
+}
+
+void PutSegments(Input& input, World&, Pair& pair, Pair&) {
+  const int32_t row = Row(input, pair), width = pair.Get()->Width;
+  if (width > kWidest) return;
+  std::vector<BITMAPROWSEGMENT> segments(1 + input.Below(3));
+  Bytes data[3];
+  for (size_t i = 0; i < segments.size(); ++i) {
+    const int32_t column = input.Hostile(width), pixels = input.Hostile(input.OneIn(4) ? width : 40);
+    const bool fits = column >= 0 && pixels > 0 && int64_t{column} + pixels <= width;
+    const uint64_t bits = fits ? static_cast<uint64_t>(pixels) * static_cast<uint32_t>(pair.Get()->BitsPerPixel) : 8;
+    data[i].resize((bits + 7) / 8);
+    Fill(input, data[i]);
+    segments[i] = {column, pixels, input.OneIn(40) ? nullptr : data[i].data()};
   }
-  const bool tiled = (bitmap->Flags & V_FlagTiled) != 0;
-  if (!inside || (count > left && !tiled)) {
-    Check(done == V_StatusInvalidParameter, "a transfer outside");
-    return;
+  pair.Both(Failure::kPart, [&](Side side) {
+    return Accessed(pair.Of(side), [&] {
+      return V_PutBitmapRowSegments(pair.Of(side), segments.data(), static_cast<int32_t>(segments.size()), row);
+    });
+  });
+}
+
+// The part of a row that is moved as a record.
+struct Stretch {
+  int32_t row, column;
+  uint64_t pixels, rest;  // asked for; really there
+  bool whole;
+  Stretch(Input& input, Pair& pair) : row(Row(input, pair)), column(0), whole(input.OneIn(2)) {
+    const int32_t width = pair.Get()->Width <= kWidest ? int32_t{pair.Get()->Width} : 0;
+    if (!whole) column = input.Hostile(width);
+    rest = column >= 0 && column < width ? static_cast<uint64_t>(width - column) : 0;
+    pixels = whole ? rest : input.Below(static_cast<uint32_t>(rest) + 3);
   }
-  Check(done == static_cast<int64_t>(count), "bytes moved");
-  uint8_t* at = bytes_->data() + offset;
-  if (put) {
-    std::copy_n(buffer.get(), honest, at);
+};
+
+// Runs that an encoder need not write like that, sometimes damaged.
+Bytes AnyRecord(Input& input, uint64_t pixels) {
+  std::vector<uint16_t> runs;
+  const uint32_t longest = 1 + input.Below(600);
+  for (uint64_t left = pixels; left > 0 && runs.size() <= pixels; left -= runs.back()) {
+    const uint64_t wanted = input.Ended() || input.OneIn(20) ? 65535 : input.Below(longest);
+    runs.push_back(static_cast<uint16_t>(std::min(left, wanted)));
+  }
+  const auto count = static_cast<uint32_t>(runs.size());
+  Bytes record(4 + 2 * runs.size());
+  std::memcpy(record.data(), &count, 4);
+  if (count > 0) std::memcpy(record.data() + 4, runs.data(), record.size() - 4);
+  if (input.OneIn(8)) record[input.Below(static_cast<uint32_t>(record.size()))] ^= input.Byte();
+  return record;
+}
+
+void PutRecord(Input& input, World&, Pair& pair, Pair&) {
+  const Stretch stretch(input, pair);
+  Bytes record = AnyRecord(input, stretch.pixels);
+  if (!stretch.whole) record.resize(std::max<uint64_t>(record.size(), V_RECORD_BYTES(stretch.pixels)));
+  const uint64_t size = input.OneIn(8) ? input.Below(static_cast<uint32_t>(record.size())) : record.size();
+  pair.Both(Failure::kUndoneUnlessRefused, [&](Side side) {
+    BITMAPHANDLE* bitmap = pair.Of(side);
+    return Accessed(bitmap, [&] {
+      return stretch.whole
+                 ? V_PutBitmapRowCompressed(bitmap, record.data(), stretch.row, size)
+                 : V_PutBitmapRowColCompressed(bitmap, record.data(), stretch.row, stretch.column, stretch.pixels);
+    });
+  });
+}
+
+// Storage of records hands them out as they came: both sides are compared expanded.
+void GetRecord(Input& input, World&, Pair& pair, Pair&) {
+  const Stretch stretch(input, pair);
+  const uint64_t most = V_RECORD_BYTES(std::min(stretch.pixels, stretch.rest));
+  const uint64_t little = stretch.whole && input.OneIn(4) ? input.Below(static_cast<uint32_t>(most)) : most;
+  Bytes expanded[2];
+  const auto get = [&](Side side, uint64_t room) -> int64_t {
+    const std::unique_ptr<uint8_t[]> record(new uint8_t[room]);
+    BITMAPHANDLE* bitmap = pair.Of(side);
+    const int64_t bytes = Accessed(bitmap, [&] {
+      return stretch.whole
+                 ? V_GetBitmapRowCompressed(bitmap, record.get(), stretch.row, room)
+                 : V_GetBitmapRowColCompressed(bitmap, record.get(), stretch.row, stretch.column, stretch.pixels);
+    });
+    if (bytes < 0) return bytes;
+    Check(static_cast<uint64_t>(bytes) <= room, "a record longer than its room");
+    expanded[side].resize((stretch.pixels + 31) / 8);
+    const int32_t status = V_ExpandRows(expanded[side].data(), record.get(), static_cast<uint64_t>(bytes),
+                                        static_cast<int32_t>(stretch.pixels), 1);
+    Check(status == 1, "a record that was got");
+    return 1;
+  };
+  if (little < most) get(kSubject, little);
+  const int64_t got = pair.Both(Failure::kUndoneUnlessRefused, [&](Side side) { return get(side, most); });
+  Check(got < 0 || expanded[0] == expanded[1], "the pixels of a record");
+}
+
+void UsePixel(Input& input, World&, Pair& pair, Pair&) {
+  const int32_t longer = std::max<int32_t>(pair.Get()->Height, pair.Get()->Width);
+  const int32_t row = input.Hostile(longer), column = input.Hostile(longer);
+  const uint32_t kind = input.Below(4), color = input.Number<uint32_t>() & (input.OneIn(3) ? ~0u : 0xFFFFFF);
+  Bytes value(input.OneIn(6) ? input.Below(10) : 8);
+  Fill(input, value);
+  Bytes data[2] = {value, value};
+  uint32_t colors[2] = {};
+  const int64_t got = pair.Both(Failure::kUndoneUnlessRefused, [&](Side side) {
+    BITMAPHANDLE* bitmap = pair.Of(side);
+    if (kind == 0) return V_PutPixelColor(bitmap, row, column, color);
+    if (kind == 1) return V_GetPixelColor(bitmap, row, column, &colors[side]);
+    if (kind == 2) return V_PutPixelData(bitmap, data[side].data(), row, column, value.size());
+    return V_GetPixelData(bitmap, data[side].data(), row, column, value.size());
+  });
+  Check(got < 0 || (data[0] == data[1] && colors[0] == colors[1]), "a pixel's value");
+}
+
+void ChangeHeight(Input& input, World&, Pair& pair, Pair&) {
+  const int32_t old = std::max<int32_t>(pair.Get()->Height, 1), close = From1(input, static_cast<uint32_t>(old) + 40);
+  const int32_t height = input.OneIn(4) ? input.Hostile(input.OneIn(2) ? 70000 : 250) : close;
+  if (height > 0 && uint64_t{pair.Get()->BytesPerLine} * static_cast<uint64_t>(height) > kLargest) return;
+  if (pair.Has(V_FlagMirror)) {
+    Check(V_ChangeBitmapHeight(pair.Get(), height) == V_StatusInvalidParameter, "the data of somebody else");
   } else {
-    Check(honest == 0 || std::memcmp(buffer.get(), at, honest) == 0, "a row's contents");
+    pair.Both(Failure::kNothing, [&](Side side) { return V_ChangeBitmapHeight(pair.Of(side), height); });
   }
 }
 
-void Slot::Segments(Input& input) {
-  const int32_t bits = Get()->BitsPerPixel, width = Get()->Width;
-  if (width > 4096) return;
-  const int32_t row = input.Hostile(Get()->Height);
-  const uint32_t count = input.Below(4);
-  std::vector<BITMAPROWSEGMENT> segments(count);
-  std::vector<std::vector<uint8_t>> data;
-  bool inside = row >= 0 && row < Get()->Height;
-  for (BITMAPROWSEGMENT& segment : segments) {
-    segment.column = input.Hostile(width);
-    segment.pixels = input.Hostile(40);
-    const int64_t end = int64_t{segment.column} + segment.pixels;
-    const bool fits = segment.column >= 0 && segment.pixels >= 0 && end <= width;
-    inside = inside && fits;
-    data.emplace_back(fits ? (static_cast<size_t>(segment.pixels) * static_cast<size_t>(bits) + 7) / 8 : 0);
-    for (uint8_t& byte : data.back()) byte = static_cast<uint8_t>(input.Byte() * 37);
-    segment.data = data.back().data();
-    if (segment.pixels > 0 && data.back().empty()) data.back().resize(1), segment.data = data.back().data();
-  }
-  const int64_t done =
-      V_PutBitmapRowSegments(Get(), count ? segments.data() : nullptr, static_cast<int32_t>(count), row);
-  if (!inside || count == 0) {
-    Check(done < 0, "segments outside");
-    return;
-  }
-  if (!bytes_) return;
-  uint8_t* stored = bytes_->data() + static_cast<size_t>(Get()->BytesPerLine) * static_cast<size_t>(row);
-  int64_t touched = 0;
-  for (size_t i = 0; i < count; ++i) {
-    const int32_t column = segments[i].column, pixels = segments[i].pixels;
-    if (pixels == 0) continue;
-    std::vector<uint8_t> padded = data[i];
-    padded.resize(padded.size() + 2);  // the model reads 12-bit pixels as words
-    std::vector<uint8_t> line(stored, stored + Get()->BytesPerLine);
-    line.resize(line.size() + 2);
-    for (int32_t x = 0; x < pixels; ++x)
-      vexatest::PutPixelAt(line.data(), column + x, bits, vexatest::PixelAt(padded.data(), x, bits));
-    std::copy_n(line.begin(), static_cast<size_t>(Get()->BytesPerLine), stored);
-    const int64_t firstBit = int64_t{column} * bits, endBit = firstBit + int64_t{pixels} * bits;
-    touched += (endBit + 7) / 8 - firstBit / 8;
-  }
-  Check(done == touched, "bytes touched by segments");
-}
-
-// A pixel that is written reads back, and nothing but its bytes changes.
-void Slot::Pixel(Input& input) {
-  const int32_t row = input.Hostile(std::max<int32_t>(Get()->Height, Get()->Width));
-  const int32_t column = input.Hostile(std::max<int32_t>(Get()->Height, Get()->Width));
-  const int32_t bits = Get()->BitsPerPixel;
-  const uint64_t needed = bits <= 8 ? 1 : bits <= 16 ? 2 : static_cast<uint64_t>(bits) / 8;
-  if (input.OneIn(2)) {
-    uint32_t color = input.Number<uint32_t>(), read = 0;
-    if (!input.OneIn(3)) color &= 0xFFFFFF;
-    const int32_t status = V_PutPixelColor(Get(), row, column, color);
-    const int32_t got = V_GetPixelColor(Get(), row, column, &read);
-    Check(status != 1 || got == 1, "a pixel that can be written can be read");
-    Check(got != 1 || read >> 24 == 0, "a colour that is read is plain");
-  } else {
-    const uint64_t room = input.OneIn(6) ? input.Below(10) : needed;
-    std::vector<uint8_t> value(std::max<uint64_t>(room, 1)), read(value.size());
-    for (uint8_t& byte : value) byte = input.Byte();
-    const int32_t status = V_PutPixelData(Get(), value.data(), row, column, room);
-    Check(status != 1 || room >= needed, "too little room");
-    if (status == 1) {
-      Check(V_GetPixelData(Get(), read.data(), row, column, room) == 1, "a pixel that can be written can be read");
-      uint8_t differing = bits < 8 ? static_cast<uint8_t>((value[0] ^ read[0]) & ((1 << bits) - 1)) : uint8_t{0};
-      for (size_t i = 0; bits >= 8 && i < needed; ++i)
-        differing |= static_cast<uint8_t>((value[i] ^ read[i]) & (bits == 12 && i == 1 ? 0x0F : 0xFF));
-      Check(differing == 0, "the value that was written");
-    }
-  }
-  if (!bytes_) return;
-  const auto now = Read();
-  if (!now) return;
-  const auto [first, unused] = std::mismatch(bytes_->begin(), bytes_->end(), now->begin());
-  const auto [last, unused2] = std::mismatch(bytes_->rbegin(), bytes_->rend(), now->rbegin());
-  if (first != bytes_->end()) Check(last.base() - first <= (bits + 14) / 8, "bytes of other pixels changed");
-  bytes_ = now;
-  if (!user_.empty() && (Get()->Flags & V_FlagMirror)) Check(user_ == *bytes_, "the caller's own buffer");
-}
-
-void Slot::ChangeHeight(Input& input) {
-  const int32_t height = input.Hostile(250);
-  if (height > 0 && static_cast<uint64_t>(height) * Get()->BytesPerLine > kLargest) return;
-  const int32_t old = Get()->Height;
-  const int32_t status = V_ChangeBitmapHeight(Get(), height);
-  Check(Get()->Height == (status == 1 ? height : old), "the height");
-  Check(height > 0 || status != 1, "a height that is none");
-  if (bytes_ && status == 1) bytes_->resize(static_cast<size_t>(Get()->BytesPerLine) * static_cast<size_t>(height));
-}
-
-void Slot::Access(Input& input) {
+void Access(Input& input, World&, Pair& pair, Pair&) {
   int32_t locked = 0;
-  for (uint32_t i = input.Below(4); i > 0; --i) V_AccessBitmap(Get());
-  V_IntAccessBitmap(Get(), input.OneIn(4) ? nullptr : &locked);
-  V_IntReleaseBitmap(Get(), locked, input.Hostile(2));
-  for (uint32_t i = input.Below(4); i > 0; --i) V_ReleaseBitmap(Get());
+  for (uint32_t i = input.Below(3); i > 0; --i) V_AccessBitmap(pair.Get());
+  V_IntAccessBitmap(pair.Get(), input.OneIn(4) ? nullptr : &locked);
+  V_IntReleaseBitmap(pair.Get(), locked, input.Hostile(2));
+  if (pair.Get()->uStructSize != V_BITMAPHANDLE_SIZE) return;
+  // Without its lock a movable block has no address: it is not released more often than accessed.
+  for (uint32_t i = input.Below(3); i > 0; --i)
+    if (pair.Get()->nLockCount > 0 || !pair.Has(V_FlagGlobal)) V_ReleaseBitmap(pair.Get());
 }
 
-void Slot::Callbacks(Input& input) {
-  BITMAPHANDLEDATACALLBACKS table = host_.Table(), out;
-  if (input.OneIn(4)) table.uStructSize = input.Number<uint32_t>();
-  const int32_t status = V_SetBitmapDataCallbacks(Get(), input.OneIn(3) ? nullptr : &table);
-  Check(status == 1 || status < 0, "setting callbacks");
-  Check(V_GetBitmapDataCallbacks(Get(), &out) == 1 && out.uStructSize == sizeof(out), "reading callbacks");
-  const uint8_t refusals = input.Byte();
-  host_ = {(refusals & 7) == 1, (refusals & 7) == 2, (refusals & 7) == 3};
+void SetCallbacks(Input& input, World& world, Pair& pair, Pair&) {
+  BITMAPHANDLEDATACALLBACKS table = world.host.Table(), out;
+  if (input.OneIn(8)) table.uStructSize = input.Number<uint32_t>();
+  const bool sets = !input.OneIn(3);
+  const int32_t status = V_SetBitmapDataCallbacks(pair.Get(), sets ? &table : nullptr);
+  Check(V_GetBitmapDataCallbacks(pair.Get(), &out) == 1 && out.uStructSize == sizeof out, "reading callbacks");
+  Check(status != 1 || (out.AccessBitmap != nullptr) == sets, "the callbacks that were set");
 }
 
-void Slot::Palette(Input& input, Slot& other) {
-  if (input.OneIn(3)) {
-    V_CopyBitmapPalette(Get(), other.Get());
-    return;
-  }
+void ChangePalette(Input& input, World&, Pair& pair, Pair& other) {
+  const bool copies = input.OneIn(3);
   const uint32_t colors = input.OneIn(6) ? input.Number<uint32_t>() : input.Below(257);
   std::vector<RGBQUAD> palette(std::min<uint32_t>(colors, 256));
   for (RGBQUAD& entry : palette) entry.rgbRed = input.Byte();
-  const int32_t status = V_SetBitmapNewPalette(Get(), input.OneIn(8) ? nullptr : palette.data(), colors);
-  Check(status == 1 || colors > 256 || platform::HasFailed(), "a palette");
-  V_FindPaletteIndex(palette.data(), static_cast<uint32_t>(palette.size()), input.Byte(), input.Byte(), input.Byte());
+  pair.Both(Failure::kNothing, [&](Side side) {
+    return copies ? V_CopyBitmapPalette(pair.Of(side), other.Of(side))
+                  : V_SetBitmapNewPalette(pair.Of(side), palette.data(), colors);
+  });
 }
 
-void Slot::Overlay(Input& input, Slot& other) {
-  const int32_t slot = input.Hostile(16);
-  BITMAPOVERLAY overlay = {24, input.Number<int32_t>(), input.Number<int32_t>(), input.Byte(), other.Get()};
-  if (input.OneIn(10)) overlay.uStructSize = input.Byte();
-  if (input.OneIn(10)) overlay.pBitmap = nullptr;
-  switch (input.Below(3)) {
-    case 0:
-      V_FreeBitmapOverlay(Get(), slot);
-      return;
-    case 1: {
-      const int32_t status = V_SetBitmapOverlay(Get(), slot, &overlay);
-      Check(status != 1 || (overlay.pBitmap && other.IsAllocated() && slot >= 0 && slot < 16), "an overlay");
-      return;
-    }
-    default: {
-      overlay.uStructSize = 24;
-      const int32_t status = V_GetBitmapOverlay(Get(), slot, &overlay);
-      if (status != 1) return;
-      BITMAPHANDLE* copy = overlay.pBitmap;
-      Check(copy && (copy->Flags & V_FlagAllocated), "an overlay's own copy");
-      std::vector<uint8_t> row(copy->BytesPerLine);
-      V_AccessBitmap(copy);
-      V_GetBitmapRow(copy, row.data(), copy->Height - 1, row.size());
-      V_PutBitmapRow(copy, row.data(), 0, row.size());
-      V_ReleaseBitmap(copy);
-    }
-  }
+void UseOverlay(Input& input, World&, Pair& pair, Pair& other) {
+  const int32_t slot = input.Hostile(16), x = input.Number<int32_t>();
+  const uint32_t kind = input.Below(3), size = input.OneIn(10) ? input.Byte() : uint32_t{sizeof(BITMAPOVERLAY)};
+  BITMAPOVERLAY got[2] = {};
+  const int64_t status = pair.Both(Failure::kUndoneUnlessRefused, [&](Side side) {
+    if (kind == 0) return V_FreeBitmapOverlay(pair.Of(side), slot);
+    if (kind == 1) return V_GetBitmapOverlay(pair.Of(side), slot, &got[side]);
+    const BITMAPOVERLAY overlay = {size, x, 1, 2, other.Of(side)};
+    return V_SetBitmapOverlay(pair.Of(side), slot, &overlay);
+  });
+  if (kind != 1 || status != 1) return;
+  Check(got[kSubject].x == got[kTwin].x && got[kSubject].y == got[kTwin].y, "an overlay's place");
+  CheckSame(got[kSubject].pBitmap, got[kTwin].pBitmap);
 }
 
-void Slot::Duplicate(Input& input, Slot& other) {
-  if (&other == this) {
-    Check(V_DupBitmapNewDim(Get(), Get(), Get()->uStructSize, 1, 1, 8) == V_StatusInvalidParameter, "one record twice");
-    return;
-  }
-  Free();
-  const uint32_t layout = AnyLayout(input);
-  Renew(layout);
-  const int32_t status =
-      V_DupBitmapNewDim(Get(), other.Get(), input.OneIn(10) ? input.Byte() : layout, input.Hostile(600),
-                        input.Hostile(200), input.OneIn(2) ? 0 : AnyDepth(input));
-  Check(!IsAllocated(), "a duplicate is not allocated");
-  if (status != 1) Renew(layout);
-}
-
-void Slot::Compare(Slot& other) {
-  for (size_t room : {size_t{0}, size_t{1}, size_t{30}, size_t{3000}}) {
-    const std::unique_ptr<char[]> text(new char[room]());
-    const int32_t status = V_CompareBitmapHandles(Get(), other.Get(), text.get(), room);
-    Check(status == 0 || status == 1 || status < 0, "a comparison");
-    Check(room == 0 || std::memchr(text.get(), 0, room), "an unended text");
-    Check(status != 1 || room == 0 || text[0] == 0, "a line without a difference");
-  }
-  Check(V_CompareBitmapHandles(Get(), Get(), nullptr, 0) != 0, "a bitmap that differs from itself");
-}
-
-void Slot::MemoryInfo() {
+void MoveStorage(Input& input, World&, Pair& pair, Pair&) {
   uint32_t type = 0;
   int64_t tileSize = 0, viewSize = 0;
   int32_t tiles = 0, inMemory = 0;
-  const int32_t status = V_GetBitmapMemoryInfo(Get(), &type, &tileSize, &tiles, &inMemory, &viewSize);
-  Check(status == (IsAllocated() ? 1 : V_StatusNoImage), "information on storage");
-  if (status != 1 || type != V_MemoryTiled) return;
-  Check(tiles > 0 && inMemory >= 0 && inMemory <= tiles && tileSize > 0, "numbers of tiles");
-  const uint64_t tile = std::max<uint64_t>(static_cast<uint64_t>(tileSize), Get()->BytesPerLine);  // one row at least
-  Check(tile * static_cast<uint64_t>(tiles) >= DataSize(), "tiles hold the data");
+  const int32_t status = V_GetBitmapMemoryInfo(pair.Get(), &type, &tileSize, &tiles, &inMemory, &viewSize);
+  Check(status == (pair.Has(V_FlagAllocated) ? 1 : V_StatusNoImage), "information on storage");
+  if (type == V_MemoryTiled) {
+    Check(tiles > 0 && inMemory >= 0 && inMemory <= tiles && tileSize > 0, "numbers of tiles");
+    const uint64_t tile = std::max<uint64_t>(static_cast<uint64_t>(tileSize), pair.Get()->BytesPerLine);
+    Check(tile * static_cast<uint64_t>(tiles) >= pair.Bytes(), "tiles hold the data");
+  }
+  const uint32_t which = input.Below(16), asked = Request(input);
+  const uint32_t request = which & V_MemorySettingType ? asked : uint32_t{V_MemoryConventional};
+  tileSize = input.OneIn(4) ? input.Hostile(1000) : int64_t{input.Below(9000)};
+  viewSize = input.OneIn(4) ? input.Hostile(1000) : int64_t{input.Below(9000)};
+  inMemory = input.Hostile(6);
+  const auto set = [&](Side side) {
+    const uint32_t changed = side == kSubject ? which : which & ~uint32_t{V_MemorySettingType};
+    return V_SetBitmapMemoryInfo(pair.Of(side), asked, tileSize, inMemory, viewSize, changed);
+  };
+  pair.Both(Failure::kNothing, set, request);
 }
 
-void Slot::Verify() {
-  if (!bytes_) return;
-  Check(bytes_->size() == DataSize(), "the data size");
-  if (const auto now = Read()) Check(*now == *bytes_, "the data");
+// --- two bitmaps ---
+
+void Compare(Input& input, World&, Pair& pair, Pair& other) {
+  const size_t room = input.Below(200);
+  const std::unique_ptr<char[]> text(new char[room]());
+  const int32_t status = V_CompareBitmapHandles(pair.Get(), other.Get(), text.get(), room);
+  Check(room == 0 || std::memchr(text.get(), 0, room), "an unended text");
+  Check(status != 1 || room == 0 || text[0] == 0, "a line without a difference");
 }
 
-void ChangeSettings(Input& input) {
-  switch (input.Below(5)) {
-    case 0:
-      V_SetMemoryThresholds(0, 0, input.Below(20000), 0, 0, V_ThresholdTileSize);
-      break;
-    case 1:
-      V_SetMemoryThresholds(0, 0, 0, 0, input.Hostile(5), V_ThresholdFifth);
-      break;
-    case 2:
-      V_SetMemoryThresholds(0, input.Hostile(100000), 0, 0, 0, V_ThresholdMaxConventional);
-      break;
-    case 3:
-      V_SetMemoryThresholds(input.Hostile(2), 0, 0, 0, 0, V_ThresholdReserve);
-      break;
-    default: {
-      uint64_t used = 0;
-      V_ManageMemory(V_MemoryGetUsed, 0, &used);
-      V_ManageMemory(V_MemorySetLimit, input.OneIn(2) ? 0 : used + input.Below(200000), nullptr);
+void CopyData(Input&, World&, Pair& dst, Pair& src) {
+  dst.Both(Failure::kPart, [&](Side side) { return V_CopyBitmapData(dst.Of(side), src.Of(side)); });
+}
+
+void Copy(Input& input, World& world, Pair& dst, Pair& src) {
+  const uint32_t kind = input.Below(4), layout = Layout(input), request = Request(input);
+  const uint32_t structSize = input.OneIn(32) ? input.Byte() : layout;
+  const int32_t left = input.Hostile(src.Get()->Width), width = input.Hostile(src.Get()->Width);
+  const int32_t top = input.Hostile(src.Get()->Height), height = input.Hostile(src.Get()->Height);
+  const Shape shape(input, request);
+  world.host.handsOn = layout == V_BITMAPHANDLE_SIZE && input.OneIn(2);
+  const auto rectangle = [&](BITMAPHANDLE* to, Side side) {
+    return V_CopyBitmapRect2(to, src.Of(side), structSize, left, top, width, height,
+                             side == kSubject ? request : uint32_t{V_MemoryConventional});
+  };
+  if (kind == 0 || &dst == &src) {
+    const bool null = input.OneIn(2);
+    src.Both(
+        Failure::kNothing, [&](Side side) { return rectangle(null ? nullptr : src.Of(side), side); }, request);
+  } else {
+    dst.Make(layout, request, [&](Side side) {
+      if (kind == 1) return rectangle(dst.Of(side), side);
+      if (kind == 2)
+        return V_DupBitmapNewDim(dst.Of(side), src.Of(side), structSize, shape.width, shape.height, shape.bits);
+      return V_CopyBitmap2(dst.Of(side), src.Of(side), structSize, side == kSubject ? request : 1u);
+    });
+  }
+  world.host.handsOn = false;
+}
+
+// --- lists ---
+
+enum ListCall { kInsert, kRemove, kSet, kReplace, kSetShared, kDelete, kCopy, kMove, kListCalls };
+
+void Verify(List& list) {
+  uint32_t count = 0;
+  Check(V_GetBitmapListCount(list.of[kSubject], &count) == 1 && count == list.ids.size(), "the number of items");
+  for (uint32_t index = 0; index <= list.ids.size(); ++index) {
+    BITMAPHANDLE items[2];
+    for (const Side side : {kSubject, kTwin}) {
+      const int32_t status = V_GetBitmapListItem(list.of[side], index, &items[side], V_BITMAPHANDLE_SIZE);
+      Check(status == (index < list.ids.size() ? 1 : V_StatusInvalidParameter), "the items of a list");
     }
+    if (index == list.ids.size()) return;
+    Check(items[kSubject].Delay == list.ids[index], "an item's number");
+    CheckSame(&items[kSubject], &items[kTwin]);
   }
 }
 
+// Takes an item's record, in either layout, and stores it again changed.
+int32_t SetShared(HBITMAPLIST list, uint32_t index, int32_t id, uint32_t structSize) {
+  BITMAPHANDLE shared;
+  const int32_t status = V_GetBitmapListItem(list, index, &shared, structSize);
+  if (status != 1) return status;
+  shared.Delay = id;
+  return V_SetBitmapListItem(list, index, &shared);
+}
+
+// What the call does to the numbers.
+void Apply(ListCall call, List& list, List& made, uint32_t index, uint32_t count, int32_t id) {
+  std::vector<int32_t>& ids = list.ids;
+  if (call == kInsert) {
+    ids.insert(ids.begin() + std::min<int64_t>(index, static_cast<int64_t>(ids.size())), id);
+  } else if (call == kSet || call == kReplace || call == kSetShared) {
+    ids[index] = id;
+  } else {
+    const auto first = ids.begin() + index, last = first + std::min<int64_t>(count, ids.end() - first);
+    made.ids.assign(first, last);
+    if (call != kCopy) ids.erase(first, last);
+  }
+}
+
+void UseList(Input& input, World& world, Pair& pair, Pair&) {
+  List& list = world.lists[input.Below(2)];
+  const bool inserts = input.OneIn(4) || (list.ids.empty() && !input.OneIn(8));
+  const auto call = inserts ? kInsert : static_cast<ListCall>(input.Below(kListCalls));
+  const auto index = static_cast<uint32_t>(input.Hostile(static_cast<int32_t>(list.ids.size())));
+  const int32_t some = input.OneIn(4) ? input.Hostile(8) : From1(input, 6);
+  const uint32_t count = call == kRemove ? 1 : static_cast<uint32_t>(some), layout = Layout(input);
+  const int32_t id = ++world.lastId;
+  if (call == kInsert && list.ids.size() > 12) return;
+  if (call == kRemove) pair.Free(), pair.Renew(V_BITMAPHANDLE_SIZE);
+  if (call == kInsert || call == kSet || call == kReplace)
+    for (const Side side : {kSubject, kTwin}) pair.Of(side)->Delay = id;
+  List made;
+  const auto run = [&](Side side) -> int32_t {
+    BITMAPHANDLE* bitmap = pair.Of(side);
+    HBITMAPLIST on = list.of[side];
+    if (call == kInsert) return V_InsertBitmapListItem(on, index, bitmap);
+    if (call == kRemove) return V_RemoveBitmapListItem(on, index, bitmap);
+    if (call == kSet) return V_SetBitmapListItem(on, index, bitmap);
+    if (call == kReplace) return V_ReplaceBitmapListItem(on, index, bitmap);
+    if (call == kSetShared) return SetShared(on, index, id, layout);
+    if (call == kDelete) return V_DeleteBitmapListItems(on, index, count);
+    if (call == kCopy) return V_CopyBitmapListItems(&made.of[side], on, index, count);
+    return V_MoveBitmapListItems(&made.of[side], on, index, count);
+  };
+  const int32_t got = run(kSubject);
+  if (got != 1 && IsExplained(got, Disarm(), V_MemoryConventional)) return Verify(list);
+  Disarm();
+  {
+    const Quiet quiet;
+    CheckTwin(got, run(kTwin));
+  }
+  if (got == 1) {
+    Apply(call, list, made, index, count, id);
+    if (call == kInsert || call == kSet) pair.Renew(layout);
+  }
+  if (made.of[kSubject]) {
+    std::swap(made, world.lists[&list == world.lists]);
+    for (HBITMAPLIST side : made.of) Check(V_DestroyBitmapList(side) == 1, "the end of a list");
+  }
+  for (List& each : world.lists) Verify(each);
+}
+
+// --- settings ---
+
+void ChangeSettings(Input& input, World&, Pair&, Pair&) {
+  const uint32_t kind = input.Below(8);
+  limited = limited || kind > 2;
+  if (kind == 0) V_SetCpuLevel(static_cast<int32_t>(input.Below(4)));
+  if (kind == 1) V_SetDefaultMemoryType(input.OneIn(2) ? V_MemoryConventional : V_MemoryDisk);
+  if (kind == 2) V_SetMemoryThresholds(0, 0, input.Below(9000), 0, 0, V_ThresholdTileSize);
+  if (kind == 3) V_SetMemoryThresholds(0, 0, 0, 0, input.Hostile(5), V_ThresholdFifth);
+  if (kind == 4) V_SetMemoryThresholds(0, input.Hostile(100000), 0, 0, 0, V_ThresholdMaxConventional);
+  if (kind == 5) V_SetMemoryThresholds(input.Hostile(2), 0, 0, 0, 0, V_ThresholdReserve);
+  if (kind < 6) return;
+  uint64_t used = 0;
+  V_ManageMemory(V_MemoryGetUsed, 0, &used);
+  V_ManageMemory(V_MemorySetLimit, input.OneIn(2) ? 0 : used + input.Below(200000), nullptr);
+}
+
 void ResetSettings() {
+  limited = false;
   V_SetMemoryThresholds(0, 0, 0, 0, 0, 31);
+  V_SetDefaultMemoryType(V_MemoryConventional);
   V_ManageMemory(V_MemorySetLimit, 0, nullptr);
+  V_SetCpuLevel(3);
+}
+
+void Free(Input&, World&, Pair& pair, Pair&) { pair.Free(); }
+
+// The frequent ones are those that build up or change much.
+constexpr void (*kCalls[])(Input&, World&, Pair&, Pair&) = {
+    Create,      Create,       Create,        Create,     Create,       CreateMovable,  Allocate,
+    MoveRows,    MoveRows,     MoveRows,      MoveRows,   PutSegments,  PutSegments,    PutRecord,
+    PutRecord,   GetRecord,    UsePixel,      UsePixel,   ChangeHeight, ChangeHeight,   ChangeHeight,
+    Access,      SetCallbacks, ChangePalette, UseOverlay, UseOverlay,   MoveStorage,    MoveStorage,
+    MoveStorage, Compare,      CopyData,      CopyData,   Copy,         Copy,           Copy,
+    UseList,     UseList,      UseList,       UseList,    UseList,      ChangeSettings, Free};
+
+void Step(Input& input, World& world) {
+  const uint8_t which = input.Byte();
+  Pair &pair = world.pairs[which % 4], &other = world.pairs[which / 4 % 4];
+  const auto call = kCalls[input.Below(std::size(kCalls))];
+  Arm(input);
+  call(input, world, pair, other);
+  Disarm();
+  pair.Verify();
+  if (&other != &pair) other.Verify();
 }
 
 // A folder of this process's own for temporary files.
@@ -470,76 +567,6 @@ struct Directory {
   }
 };
 
-// Of these calls each may run out of memory, files or disk.
-bool MayFail(uint32_t operation) { return operation <= 3 || (operation >= 13 && operation <= 20); }
-
-void Step(Input& input, Slot& slot, Slot& other) {
-  const uint32_t operation = input.Below(24);
-  platform::FailCall(0, false);
-  if (MayFail(operation) && input.OneIn(6)) platform::FailCall(1 + input.Below(12), input.OneIn(2));
-  switch (operation) {
-    case 0:
-      slot.Init(input);
-      break;
-    case 1:
-    case 2:
-      slot.Create(input);
-      break;
-    case 3:
-      slot.Allocate(input);
-      break;
-    case 4:
-    case 5:
-    case 6:
-      slot.Row(input, true);
-      break;
-    case 7:
-    case 8:
-      slot.Row(input, false);
-      break;
-    case 9:
-    case 10:
-      slot.Segments(input);
-      break;
-    case 11:
-    case 12:
-      slot.Pixel(input);
-      break;
-    case 13:
-    case 14:
-      slot.ChangeHeight(input);
-      break;
-    case 15:
-      slot.Access(input);
-      break;
-    case 16:
-      slot.Callbacks(input);
-      break;
-    case 17:
-      slot.Palette(input, other);
-      break;
-    case 18:
-      slot.Overlay(input, other);
-      break;
-    case 19:
-      slot.Duplicate(input, other);
-      break;
-    case 20:
-      slot.Compare(other);
-      break;
-    case 21:
-      slot.AttachUserData(input);
-      break;
-    case 22:
-      slot.MemoryInfo();
-      break;
-    default:
-      input.OneIn(3) ? slot.Free() : ChangeSettings(input);
-  }
-  platform::StopFailing();
-  slot.Verify();
-}
-
 }  // namespace
 
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
@@ -550,17 +577,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ResetSettings();
   const platform::LiveResources before = platform::Live();
   uint64_t usedBefore = 0, usedAfter = 0;
+  V_ManageMemory(V_MemoryReserve, kLargest, nullptr);  // so that returning too much is seen
   V_ManageMemory(V_MemoryGetUsed, 0, &usedBefore);
   {
-    Slot slots[4];
-    for (int step = 0; step < 200 && !input.Ended(); ++step) {
-      const uint8_t which = input.Byte();
-      Step(input, slots[which % 4], slots[which / 4 % 4]);
-    }
-    for (Slot& slot : slots) slot.Verify();
+    World world;
+    for (uint32_t i = input.Below(4); i > 0; --i) ChangeSettings(input, world, world.pairs[0], world.pairs[0]);
+    for (int step = 0; step < 200 && !input.Ended(); ++step) Step(input, world);
   }
   ResetSettings();
   V_ManageMemory(V_MemoryGetUsed, 0, &usedAfter);
+  V_ManageMemory(V_MemoryReturn, kLargest, nullptr);
   Check(usedAfter == usedBefore, "the memory account");
   Check(platform::Live() == before, "something was leaked");
   Check(std::filesystem::is_empty(directory.path), "a temporary file was left");
