@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 #include "common/settings.h"
 #include "common/status.h"
@@ -15,15 +16,15 @@ namespace vexakrn {
 // operation.
 class Progress {
  public:
-  Progress(const StatusCallbackPair& report, int32_t steps) noexcept : report_(report), steps_(steps) {}
+  Progress(const StatusCallbackPair& report, int64_t steps) noexcept : report_(report), steps_(steps) {}
 
   // Before the first step.
   int32_t Begin() noexcept { return Call(); }
 
   // The most steps that can be done before the callback must hear of them.
   int32_t StepsToNextCall() const noexcept {
-    if (!report_.callback) return static_cast<int32_t>(steps_);
-    return steps_ <= 100 ? 1 : static_cast<int32_t>((steps_ - carried_ + 99) / 100);
+    if (!report_.callback) return std::numeric_limits<int32_t>::max();
+    return steps_ <= 100 ? 1 : static_cast<int32_t>(std::min((steps_ - carried_ + 99) / 100, kMost));
   }
 
   // After so many steps, no more than StepsToNextCall.
@@ -36,6 +37,8 @@ class Progress {
   }
 
  private:
+  static constexpr int64_t kMost = std::numeric_limits<int32_t>::max();
+
   int32_t Call() const noexcept {
     return report_.callback ? report_.callback(static_cast<int32_t>(percent_), report_.userData) : int32_t{kSuccess};
   }

@@ -3,7 +3,9 @@
 #define VEXAKRN_H
 
 #include "vexakrn/bitmap.h"
+#include "vexakrn/convert.h"
 #include "vexakrn/copy.h"
+#include "vexakrn/dither.h"
 #include "vexakrn/files.h"
 #include "vexakrn/list.h"
 #include "vexakrn/memory.h"

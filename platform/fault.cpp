@@ -18,7 +18,7 @@ std::atomic<uint64_t> firstFailure{0};  // 0: no injection
 std::atomic<uint64_t> lastFailure{0};
 std::atomic<bool> hasFailed{false};
 
-std::array<std::atomic<int64_t>, 5> live{};
+std::array<std::atomic<int64_t>, 6> live{};
 std::atomic<int64_t>& Count(Resource kind) noexcept { return live[static_cast<size_t>(kind)]; }
 
 bool MustFail() noexcept {
@@ -66,6 +66,8 @@ template <>
 struct Acquires<&Calls::createScratchFile> : AcquiresOne<Resource::kFile> {};
 template <>
 struct Acquires<&Calls::allocateBlock> : AcquiresOne<Resource::kMovableBlock> {};
+template <>
+struct Acquires<&Calls::createPalette> : AcquiresOne<Resource::kSystemObject> {};
 
 template <auto entry>
 concept IsAcquiring = requires {
@@ -112,7 +114,7 @@ constexpr Calls kGuardedCalls =
           &Calls::createScratchFile, &Calls::resizeScratchFile, &Calls::readAt, &Calls::writeAt, &Calls::openFile,
           &Calls::readFile, &Calls::writeFile, &Calls::seekFile, &Calls::deleteFile, &Calls::temporaryPath,
           &Calls::memoryStatus, &Calls::handleCount, &Calls::milliseconds, &Calls::allocateBlock,
-          &Calls::reallocateBlock, &Calls::lockBlock>();
+          &Calls::reallocateBlock, &Calls::lockBlock, &Calls::createPalette>();
 
 }  // namespace
 
@@ -134,8 +136,8 @@ uint64_t StopFailing() noexcept {
 bool HasFailed() noexcept { return hasFailed; }
 
 LiveResources Live() noexcept {
-  return {Count(Resource::kBlock), Count(Resource::kMapping), Count(Resource::kView), Count(Resource::kFile),
-          Count(Resource::kMovableBlock)};
+  return {Count(Resource::kBlock), Count(Resource::kMapping),      Count(Resource::kView),
+          Count(Resource::kFile),  Count(Resource::kMovableBlock), Count(Resource::kSystemObject)};
 }
 
 void NoteReleased(Resource kind) noexcept { --Count(kind); }

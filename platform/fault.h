@@ -27,13 +27,13 @@ bool HasFailed() noexcept;
 // Resources alive by the count of the table, for leak checks. `files` are those of openFile and createScratchFile.
 // The objects between a file and its views (createFileMapping) are not counted: some systems have none.
 struct LiveResources {
-  int64_t blocks, mappings, views, files, movableBlocks;
+  int64_t blocks, mappings, views, files, movableBlocks, systemObjects;
   bool operator==(const LiveResources&) const = default;
 };
 LiveResources Live() noexcept;
 
 // The platform's own functions report through VEXAKRN_RELEASED what they gave back.
-enum class Resource { kBlock, kMapping, kView, kFile, kMovableBlock };
+enum class Resource { kBlock, kMapping, kView, kFile, kMovableBlock, kSystemObject };
 void NoteReleased(Resource kind) noexcept;
 
 }  // namespace vexakrn::platform

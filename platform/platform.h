@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vexakrn/types.h"
+
 namespace vexakrn::platform {
 
 using File = intptr_t;  // a descriptor or a HANDLE
@@ -76,6 +78,9 @@ struct Calls {
   void* (*allocateBlock)(uint64_t bytes);
   void* (*reallocateBlock)(void* block, uint64_t bytes);
   void* (*lockBlock)(void* block);
+
+  // A logical palette of 1 to 256 entries, whose reserved bytes are ignored. Null on failure.
+  void* (*createPalette)(const RGBQUAD* entries, uint32_t count);
 };
 
 // The system's own table, and the one in force: the same, but for a test build.
@@ -101,6 +106,14 @@ void CloseScratchFile(File file) noexcept;
 void FreeBlock(void* block) noexcept;
 bool UnlockBlock(void* block) noexcept;  // false: it was not locked
 uint64_t BlockSize(void* block) noexcept;
+
+// Logical palettes. The entries of one, from `start` on, with zero reserved bytes: returns how many there were of
+// `count`, or with a null `out` how many it has. And the entry of a palette (1 to 256 entries) that a logical palette
+// finds nearest to a colour (red in bits 0-7, green 8-15, blue 16-23; the rest is ignored): by squared distance, of
+// equals the first; 0 where the system has no room for one.
+uint32_t ReadPalette(void* palette, uint32_t start, uint32_t count, RGBQUAD* out) noexcept;
+uint32_t NearestInPalette(const RGBQUAD* entries, uint32_t count, uint32_t color) noexcept;
+void DeleteSystemObject(void* object) noexcept;  // a logical palette, or another object with a handle of its kind
 
 bool SameFile(const char* a, const char* b) noexcept;  // two names of one existing file
 bool PathExists(const char* path) noexcept;            // of any kind, a dangling link included

@@ -55,7 +55,8 @@ enum VexaCopyFlags {
   V_CopyFailed = 2     /* at the end: the copy failed */
 };
 
-/* Copies bit range, painting range and signedness of gray samples. Returns 1; -13 null record; -789 bad size. */
+/* Copies bit range, painting range, signedness, and least and greatest value of gray samples. Returns 1; -13 null
+ * record; -789 bad size. */
 V_API int32_t V_CALL V_CopyGrayParams(BITMAPHANDLE* dst, BITMAPHANDLE* src) V_NOEXCEPT;
 
 VEXAKRN_END

@@ -64,6 +64,9 @@ typedef struct POINT {
   int32_t y;
 } POINT;
 #pragma pack(pop)
+
+/* A logical palette; palette.h has what makes, reads and deletes it. */
+typedef struct VexaLogicalPalette* HPALETTE;
 #endif
 
 VEXAKRN_STATIC_ASSERT(sizeof(RGBQUAD) == 4, "a palette entry has four bytes");

@@ -5,6 +5,7 @@
 #include "common/perspective.h"
 #include "krn/alloc.h"
 #include "krn/overlay.h"
+#include "krn/replace.h"
 #include "krn/rowcopy.h"
 
 namespace vexakrn {
@@ -95,17 +96,6 @@ int32_t MakeCopy(BITMAPHANDLE& dst, BITMAPHANDLE& src, CopyRequest request) noex
   return status;
 }
 
-// Frees what a record had and puts another in its place, which stays the list item that it is, and accessed as often.
-void TakePlace(BITMAPHANDLE& bitmap, const BITMAPHANDLE& made) noexcept {
-  const int32_t lockCount = LockCount(bitmap);
-  const uint64_t number = ItemNumber(bitmap);
-  if (!IsOldLayout(bitmap)) bitmap.nLockCount = 0;
-  V_FreeBitmap(&bitmap);
-  std::memcpy(&bitmap, &made, bitmap.uStructSize);
-  SetItemNumber(bitmap, number);
-  if (!IsOldLayout(bitmap)) bitmap.nLockCount = lockCount;
-}
-
 }  // namespace
 }  // namespace vexakrn
 
@@ -140,15 +130,4 @@ int32_t V_CALL V_CopyBitmapRect2(BITMAPHANDLE* dst, BITMAPHANDLE* src, uint32_t 
 int32_t V_CALL V_CopyBitmapRect(BITMAPHANDLE* dst, BITMAPHANDLE* src, uint32_t structSize, int32_t left, int32_t top,
                                 int32_t width, int32_t height) noexcept {
   return V_CopyBitmapRect2(dst, src, structSize, left, top, width, height, DefaultMemoryType());
-}
-
-int32_t V_CALL V_CopyGrayParams(BITMAPHANDLE* dst, BITMAPHANDLE* src) noexcept {
-  V_TRY(CheckRecord(dst));
-  V_TRY(CheckRecord(src));
-  dst->LowBit = src->LowBit;
-  dst->HighBit = src->HighBit;
-  dst->PaintLowBit = src->PaintLowBit;
-  dst->PaintHighBit = src->PaintHighBit;
-  dst->Flags = (dst->Flags & ~uint32_t{V_FlagSigned}) | (src->Flags & V_FlagSigned);
-  return kSuccess;
 }

@@ -5,6 +5,7 @@
 #include "krn/diagnostics.h"
 #include "krn/overlay.h"
 #include "krn/storage.h"
+#include "vexakrn/dither.h"
 #include "vexakrn/memory.h"
 #include "vexakrn/palette.h"
 
@@ -61,6 +62,8 @@ void V_CALL V_FreeBitmap(BITMAPHANDLE* bitmap) noexcept {
   FreeOverlays(*bitmap);
   if (HasFlag(*bitmap, V_FlagAllocated)) ReleaseStorage(*bitmap);
   FreeLookupTables(*bitmap);
+  V_SetBitmapMinMax(bitmap, 0, 0);
+  V_StopDithering(bitmap);
   FreeDataCallbacks(*bitmap);
   if (!IsOldLayout(*bitmap)) bitmap->nLockCount = 0;
 }

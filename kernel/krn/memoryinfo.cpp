@@ -9,12 +9,6 @@
 namespace vexakrn {
 namespace {
 
-// What a callback keeps is somebody else's too.
-uint32_t MemoryTypeOf(const BITMAPHANDLE& bitmap) noexcept {
-  const uint32_t type = StorageOf(bitmap).memoryType;
-  return type != 0 ? type : uint32_t{V_MemoryUser};
-}
-
 const TileTable* TilesIfTiled(const BITMAPHANDLE& bitmap) noexcept {
   return StorageOf(bitmap).memoryType == V_MemoryTiled ? TilesOf(bitmap) : nullptr;
 }

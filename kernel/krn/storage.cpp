@@ -35,6 +35,11 @@ const Storage& StorageOf(const BITMAPHANDLE& bitmap) noexcept {
   return HasFlag(bitmap, V_FlagSuperCompressed) ? kSuperCompressedStorage : LinearStorageOf(bitmap);
 }
 
+uint32_t MemoryTypeOf(const BITMAPHANDLE& bitmap) noexcept {
+  const uint32_t type = StorageOf(bitmap).memoryType;
+  return type != 0 ? type : uint32_t{V_MemoryUser};
+}
+
 uint64_t PackedSize(const BITMAPHANDLE& bitmap) noexcept {
   if (!StorageOf(bitmap).heldBytes) return DataSize(bitmap);
   return static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(bitmap.Height);

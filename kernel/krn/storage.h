@@ -75,6 +75,9 @@ uint64_t PackedSize(const BITMAPHANDLE& bitmap) noexcept;
 // The kind that the record's flags name; kNoStorage when it has none, or when a callback keeps the data.
 const Storage& StorageOf(const BITMAPHANDLE& bitmap) noexcept;
 
+// The kind of an allocated bitmap as a memory request; what a callback keeps is somebody else's, as user memory is.
+uint32_t MemoryTypeOf(const BITMAPHANDLE& bitmap) noexcept;
+
 // For kinds that cannot be asked for (-1) or cannot change their height (-13).
 int32_t RefuseAllocation(BITMAPHANDLE& bitmap, const AllocationContext& context) noexcept;
 int32_t RefuseResize(BITMAPHANDLE& bitmap, int32_t newHeight) noexcept;

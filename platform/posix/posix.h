@@ -36,6 +36,9 @@ int32_t CloseFile(File file) noexcept;
 int32_t DeleteFile(const char* path) noexcept;
 int32_t TemporaryPath(char* buffer, size_t capacity) noexcept;
 
+// objects.cpp
+void* CreatePalette(const RGBQUAD* entries, uint32_t count) noexcept;
+
 // process.cpp
 int32_t ReadMemoryCounters(MemoryStatus* status) noexcept;
 int32_t CountHandles(uint32_t* count) noexcept;

@@ -135,6 +135,7 @@ const Calls kSystemCalls = {
     .allocateBlock = AllocateMovable,
     .reallocateBlock = ReallocateMovable,
     .lockBlock = LockMovable,
+    .createPalette = CreatePalette,
 };
 
 }  // namespace vexakrn::platform

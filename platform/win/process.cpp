@@ -125,6 +125,7 @@ const Calls kSystemCalls = {
     .allocateBlock = AllocateMovable,
     .reallocateBlock = ReallocateMovable,
     .lockBlock = LockMovable,
+    .createPalette = NewPalette,
 };
 
 }  // namespace vexakrn::platform

@@ -48,6 +48,9 @@ int32_t Close(File file) noexcept;
 int32_t DeleteByName(const char* path) noexcept;
 int32_t TemporaryFolder(char* buffer, size_t capacity) noexcept;
 
+// objects.cpp
+void* NewPalette(const RGBQUAD* entries, uint32_t count) noexcept;
+
 // process.cpp
 int32_t ReadMemoryCounters(MemoryStatus* status) noexcept;
 int32_t CountHandles(uint32_t* count) noexcept;

@@ -1,0 +1,416 @@
+// Whole bitmaps from one depth to another: to a palette by a dithering pass, else by conversion.
+//
+// The new bitmap is built aside; the caller's changes in the last step.
+#include <algorithm>
+#include <cstring>
+
+#include "common/packed.h"
+#include "common/progress.h"
+#include "krn/access.h"
+#include "krn/alloc.h"
+#include "krn/convert.h"
+#include "krn/dither.h"
+#include "krn/quantize.h"
+#include "krn/replace.h"
+#include "krn/rowview.h"
+#include "vexakrn/convert.h"
+#include "vexakrn/copy.h"
+
+namespace vexakrn {
+namespace {
+
+constexpr uint32_t kChoices = V_ColorResFixedPalette | V_ColorResOptimized | V_ColorResIdentity | V_ColorResUsePalette;
+constexpr uint32_t kOptions = kChoices | V_ColorResFastMatch | V_ColorResSlowMatch | V_ColorResFavorPureColors;
+
+// What is asked for, with its defaults in place.
+struct Request {
+  int32_t bits;
+  uint32_t options;
+  const RGBQUAD* palette;
+  uint32_t* matchTable;
+  uint32_t colors;
+  bool gray;  // 8 bits of gray, asked for as 0 bits
+};
+
+int32_t CheckRequest(Request* request, int32_t colors) noexcept {
+  request->gray = request->bits == 0;
+  if (request->gray) request->bits = 8;
+  if (!IsSupportedDepth(request->bits)) return kBitsPerPixel;
+  if ((request->options & ~kOptions) != 0 || colors < 0) return kInvalidParameter;
+  uint32_t choice = request->options & kChoices;
+  if ((choice & (choice - 1)) != 0) return kInvalidParameter;
+  if (choice == 0) request->options |= choice = request->palette ? V_ColorResUsePalette : V_ColorResFixedPalette;
+  if (request->bits > 8) return kSuccess;
+  if (choice == V_ColorResUsePalette && !request->palette) return kInvalidParameter;
+  const uint32_t most = 1u << request->bits;
+  request->colors = colors == 0 ? most : static_cast<uint32_t>(colors);
+  return request->colors <= most ? kSuccess : kInvalidParameter;
+}
+
+// The order of a deeper result: that of the source where the depth can have it.
+int32_t ResultOrder(const BITMAPHANDLE& src, int32_t bits) noexcept {
+  if (bits == 12) return V_OrderGray;
+  switch (src.Order) {
+    case V_OrderGray:
+      return bits == 16 && src.BitsPerPixel > 8 ? V_OrderGray : V_OrderBgr;
+    case V_OrderRomm:
+      return bits == 24 || bits == 48 ? V_OrderRomm : V_OrderBgr;
+    case V_OrderRgb565:
+      return bits == 16 ? V_OrderRgb565 : V_OrderBgr;
+    default:
+      return src.BitsPerPixel > 8 ? src.Order : V_OrderBgr;
+  }
+}
+
+bool HasBitRange(const BITMAPHANDLE& bitmap) noexcept {
+  return bitmap.Order == V_OrderGray && bitmap.BitsPerPixel > 8 && bitmap.HighBit >= bitmap.LowBit;
+}
+
+LineFormat FormatOf(const BITMAPHANDLE& bitmap) noexcept {
+  return {bitmap.BitsPerPixel, bitmap.Order, bitmap.pPalette, nullptr};
+}
+
+// The source's palette with as many entries as its depth can name, black where it has none.
+struct FullPalette {
+  explicit FullPalette(const BITMAPHANDLE& bitmap) noexcept {
+    const auto count = static_cast<uint32_t>(std::clamp<int32_t>(bitmap.nColors, 0, kMaxColors));
+    if (bitmap.pPalette) std::memcpy(entries, bitmap.pPalette, count * sizeof(RGBQUAD));
+    given = bitmap.pPalette != nullptr;
+  }
+  const RGBQUAD* get() const noexcept { return given ? entries : nullptr; }
+  RGBQUAD entries[kMaxColors] = {};
+  bool given;
+};
+
+ConversionRequest Conversion(const BITMAPHANDLE& src, const RGBQUAD* palette, const LineFormat& to) noexcept {
+  ConversionRequest request{};
+  request.source = FormatOf(src);
+  request.source.palette = palette;
+  request.destination = to;
+  request.color = 0xFF000000;  // opaque where alpha is new
+  request.flags = V_ConvertAlphaInit | (HasBitRange(src) ? uint32_t{V_ConvertSourceUseBits} : 0u);
+  request.lowBit = HasBitRange(src) ? src.LowBit : -1;
+  request.highBit = HasBitRange(src) ? src.HighBit : -1;
+  return request;
+}
+
+// --- the palette of a result ---------------------------------------------------------------------------------------------
+
+struct ResultPalette {
+  RGBQUAD entries[kMaxColors];
+  uint32_t colors;
+};
+
+// Adds the pixels of every `step`-th row.
+int32_t CountColors(BITMAPHANDLE& src, uint64_t step, ColorHistogram& histogram) noexcept {
+  AccessGuard access(src);
+  V_TRY(access.Status());
+  const FullPalette palette(src);
+  LineConversion toColor;
+  V_TRY(toColor.Prepare(Conversion(src, palette.get(), {24, V_OrderBgr, nullptr, nullptr})));
+  const Buffer<uint8_t> line(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24));
+  if (!line) return kNoMemory;
+  RowReader reader(src, 0, src.BytesPerLine);
+  for (uint64_t row = 0; row < static_cast<uint32_t>(src.Height); row += step) {
+    const uint8_t* source = nullptr;
+    V_TRY(reader.Row(static_cast<int32_t>(row), &source));
+    V_TRY(toColor.Run(line.data(), source, src.Width));
+    histogram.Add(line.data(), static_cast<uint32_t>(src.Width));
+  }
+  return access.Release();
+}
+
+// One palette for all of the bitmaps.
+int32_t OptimizePalette(BITMAPHANDLE* bitmaps, uint32_t count, const Request& request, ResultPalette* result) noexcept {
+  ColorHistogram histogram;
+  V_TRY(histogram.Allocate());
+  uint64_t pixels = 0;
+  for (uint32_t i = 0; i < count; ++i)
+    pixels += static_cast<uint64_t>(bitmaps[i].Width) * static_cast<uint32_t>(bitmaps[i].Height);
+  const uint64_t step = pixels / ColorHistogram::kMostPixels + 1;
+  for (uint32_t i = 0; i < count; ++i) V_TRY(CountColors(bitmaps[i], step, histogram));
+  const bool pure = (request.options & V_ColorResFavorPureColors) != 0;
+  return histogram.MakePalette(request.colors, pure, result->entries, &result->colors);
+}
+
+int32_t ChoosePalette(BITMAPHANDLE* bitmaps, uint32_t count, const Request& request, ResultPalette* result) noexcept {
+  const auto take = [&](const RGBQUAD* palette, uint32_t colors) noexcept {
+    std::memcpy(result->entries, palette, colors * sizeof(RGBQUAD));
+    result->colors = colors;
+    return int32_t{kSuccess};
+  };
+  switch (request.options & kChoices) {
+    case V_ColorResOptimized:
+      return OptimizePalette(bitmaps, count, request, result);
+    case V_ColorResUsePalette:
+      return take(request.palette, request.colors);
+    case V_ColorResIdentity: {
+      const BITMAPHANDLE& first = bitmaps[0];
+      const bool fits = first.pPalette && first.nColors > 0 && first.nColors <= 1 << request.bits;
+      return fits ? take(first.pPalette, static_cast<uint32_t>(first.nColors)) : int32_t{kInvalidParameter};
+    }
+    default:
+      return take(FixedPalette(static_cast<uint32_t>(request.bits)), request.colors);
+  }
+}
+
+// --- rows ------------------------------------------------------------------------------------------------------------------
+
+// Rows of the result: in place where they lie in memory, else in a buffer from which they are put.
+class RowBlockWriter {
+ public:
+  RowBlockWriter(BITMAPHANDLE& bitmap, int32_t rows) noexcept : bitmap_(bitmap), rows_(rows) {}
+
+  // Room for the rows from `row` on, a pitch apart.
+  uint8_t* Room(int32_t row, int32_t count) noexcept {
+    const RowSpan span = RowsInMemory(bitmap_, row);
+    inPlace_ = span.data && span.rows >= count;
+    if (inPlace_) return span.data;
+    if (!buffer_) buffer_.Reset(AllocateZeroed<uint8_t>(uint64_t{bitmap_.BytesPerLine} * static_cast<uint32_t>(rows_)));
+    return buffer_.data();
+  }
+
+  int32_t Put(int32_t row, int32_t count) noexcept {
+    for (int32_t i = 0; !inPlace_ && i < count; ++i) {
+      const uint8_t* line = buffer_.data() + uint64_t{bitmap_.BytesPerLine} * static_cast<uint32_t>(i);
+      const int64_t put = PutRowPart(bitmap_, line, {row + i, 0, bitmap_.BytesPerLine});
+      if (put < 0) return static_cast<int32_t>(put);
+      if (static_cast<uint64_t>(put) < bitmap_.BytesPerLine) return kNoMemory;
+    }
+    return kSuccess;
+  }
+
+ private:
+  BITMAPHANDLE& bitmap_;
+  const int32_t rows_;
+  Buffer<uint8_t> buffer_;
+  bool inPlace_ = false;
+};
+
+// Rows of the source, several at once.
+class RowBlockReader {
+ public:
+  RowBlockReader(BITMAPHANDLE& bitmap, int32_t rows) noexcept : bitmap_(bitmap), rows_(rows) {}
+
+  int32_t Rows(int32_t row, int32_t count, const uint8_t** data) noexcept {
+    const RowSpan span = RowsInMemory(bitmap_, row);
+    *data = span.data;
+    if (span.data && span.rows >= count) return kSuccess;
+    const uint64_t pitch = bitmap_.BytesPerLine;
+    if (!buffer_) buffer_.Reset(AllocateArray<uint8_t>(pitch * static_cast<uint32_t>(rows_)));
+    if (!buffer_) return kNoMemory;
+    *data = buffer_.data();
+    for (int32_t i = 0; i < count; ++i)
+      V_TRY(GetWholeRowPart(bitmap_, buffer_.data() + pitch * static_cast<uint32_t>(i), {row + i, 0, pitch}));
+    return kSuccess;
+  }
+
+ private:
+  BITMAPHANDLE& bitmap_;
+  const int32_t rows_;
+  Buffer<uint8_t> buffer_;
+};
+
+// Calls `work(source, destination, count)` for blocks of at most `most` rows.
+template <typename Work>
+int32_t ForRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, int32_t most, Progress& progress, Work work) noexcept {
+  AccessGuard from(src);
+  V_TRY(from.Status());
+  AccessGuard to(dst);
+  V_TRY(to.Status());
+  RowBlockReader reader(src, most);
+  RowBlockWriter writer(dst, most);
+  for (int32_t row = 0; row < src.Height; row += most) {
+    const int32_t count = std::min(most, src.Height - row);
+    const uint8_t* source = nullptr;
+    V_TRY(reader.Rows(row, count, &source));
+    uint8_t* room = writer.Room(row, count);
+    if (!room) return kNoMemory;
+    V_TRY(work(source, room, count));
+    V_TRY(writer.Put(row, count));
+    for (int32_t i = 0; i < count; ++i) V_TRY(progress.Advance(1));
+  }
+  V_TRY(to.Release());
+  return from.Release();
+}
+
+int32_t ConvertRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const LineFormat& to, Progress& progress) noexcept {
+  const FullPalette palette(src);
+  LineConversion conversion;
+  V_TRY(conversion.Prepare(Conversion(src, palette.get(), to)));
+  const int32_t width = src.Width;
+  return ForRows(src, dst, 1, progress, [&](const uint8_t* source, uint8_t* room, int32_t) noexcept {
+    return conversion.Run(room, source, width);
+  });
+}
+
+// Each pixel becomes the entry that is exactly nearest.
+int32_t MatchRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const ResultPalette& result, Progress& progress) noexcept {
+  const FullPalette palette(src);
+  LineConversion toColor;
+  V_TRY(toColor.Prepare(Conversion(src, palette.get(), {24, V_OrderBgr, nullptr, nullptr})));
+  const auto width = static_cast<uint32_t>(src.Width);
+  const Buffer<uint8_t> line(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24));
+  if (!line) return kNoMemory;
+  const PaletteSearch search(result.entries, result.colors);
+  const int32_t bits = dst.BitsPerPixel;
+  return ForRows(src, dst, 1, progress, [&](const uint8_t* source, uint8_t* room, int32_t) noexcept -> int32_t {
+    V_TRY(toColor.Run(line.data(), source, static_cast<int32_t>(width)));
+    const auto match = [&](auto put) noexcept {
+      uint32_t last = ~0u, index = 0;
+      for (uint32_t x = 0; x < width; ++x) {
+        const uint8_t* bgr = line.data() + uint64_t{x} * 3;
+        const uint32_t color = bgr[0] | static_cast<uint32_t>(bgr[1]) << 8 | static_cast<uint32_t>(bgr[2]) << 16;
+        if (color != last) index = search.Find(bgr[2], bgr[1], bgr[0]);
+        last = color;
+        put(x, index);
+      }
+    };
+    const bool packed = WithPacked(bits, [&](auto pixels) {
+      match([&](uint32_t x, uint32_t index) noexcept { decltype(pixels)::Put(room, x, index); });
+    });
+    if (!packed) match([&](uint32_t x, uint32_t index) noexcept { room[x] = static_cast<uint8_t>(index); });
+    return kSuccess;
+  });
+}
+
+int32_t DitherRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const Request& request, const ResultPalette& result,
+                   Progress& progress) noexcept {
+  const FullPalette palette(src);
+  const DitherRequest pass{src.Width,
+                           src.BitsPerPixel,
+                           src.Order,
+                           palette.get(),
+                           kMaxColors,
+                           src.LowBit,
+                           src.HighBit,
+                           src.DitherMethod,
+                           result.entries,
+                           result.colors,
+                           static_cast<uint32_t>(request.bits),
+                           request.matchTable};
+  DitherContext* context = nullptr;
+  V_TRY(StartPass(pass, &context));
+  const uint64_t from = src.BytesPerLine, to = dst.BytesPerLine;
+  const int32_t status =
+      ForRows(src, dst, kDitherLines, progress, [&](const uint8_t* source, uint8_t* room, int32_t count) noexcept {
+        return DitherNextLines(*context, source, from, room, to, count);
+      });
+  StopPass(context);
+  return status;
+}
+
+// --- the result ------------------------------------------------------------------------------------------------------------
+
+uint32_t ResultMemory(const BITMAPHANDLE& src, int32_t bits) noexcept {
+  switch (const uint32_t type = MemoryTypeOf(src)) {
+    case V_MemoryUser:
+      return V_MemoryConventional;
+    case V_MemoryCompressed:
+      return bits == 1 ? type : uint32_t{V_MemoryConventional};
+    case V_MemorySuperCompressed:
+      return bits == 1 || bits == 8 || bits == 24 ? type : uint32_t{V_MemoryConventional};
+    default:
+      return type;
+  }
+}
+
+int32_t FillResult(BITMAPHANDLE& made, BITMAPHANDLE& src, const Request& request, const ResultPalette& palette,
+                   Progress& progress) noexcept {
+  made.Order = request.bits <= 8 ? 0 : ResultOrder(src, request.bits);
+  if (request.gray) {
+    V_TRY(V_CreateBitmapGrayPalette(&made));
+  } else if (request.bits <= 8) {
+    V_TRY(V_SetBitmapNewPalette(&made, palette.entries, palette.colors));
+  }
+  V_TRY(AllocateBitmap(made, ResultMemory(src, request.bits), nullptr, ThreadTileSettings()));
+  if (request.gray) return ConvertRows(src, made, {8, V_OrderGray, nullptr, nullptr}, progress);
+  if (request.bits > 8) return ConvertRows(src, made, {request.bits, made.Order, nullptr, nullptr}, progress);
+  const bool exact = (request.options & V_ColorResSlowMatch) != 0 && src.DitherMethod == V_DitheringNone;
+  return exact ? MatchRows(src, made, palette, progress) : DitherRows(src, made, request, palette, progress);
+}
+
+// Makes a bitmap of `src` in the new format; an empty record after a failure.
+int32_t MakeResult(BITMAPHANDLE& made, BITMAPHANDLE& src, uint32_t structSize, const Request& request,
+                   const ResultPalette& palette, Progress& progress) noexcept {
+  int32_t status = V_DupBitmapNewDim(&made, &src, structSize, src.Width, src.Height, request.bits);
+  if (status == kSuccess) {
+    status = FillResult(made, src, request, palette, progress);
+    if (status != kSuccess) V_FreeBitmap(&made);
+  }
+  if (status != kSuccess) V_InitBitmap(&made, structSize, 0, 0, 0);
+  return status;
+}
+
+// Overlays stay with the picture.
+void MoveOverlays(BITMAPHANDLE& from, BITMAPHANDLE& to) noexcept {
+  to.Overlays = from.Overlays;
+  from.Overlays = nullptr;
+}
+
+int32_t ConvertList(HBITMAPLIST list, BITMAPHANDLE* items, BITMAPHANDLE* made, uint32_t count,
+                    const Request& request) noexcept {
+  ResultPalette palette;
+  if (request.bits <= 8 && !request.gray) V_TRY(ChoosePalette(items, count, request, &palette));
+  int64_t rows = 0;
+  for (uint32_t i = 0; i < count; ++i) rows += items[i].Height;
+  Progress progress(ThreadSettings().status, rows);
+  V_TRY(progress.Begin());
+  for (uint32_t i = 0; i < count; ++i)
+    V_TRY(MakeResult(made[i], items[i], V_BITMAPHANDLE_SIZE, request, palette, progress));
+  for (uint32_t i = 0; i < count; ++i) {  // nothing can fail any more
+    MoveOverlays(items[i], made[i]);
+    V_SetBitmapListItem(list, i, &made[i]);
+    made[i] = {};
+  }
+  return kSuccess;
+}
+
+}  // namespace
+}  // namespace vexakrn
+
+using namespace vexakrn;
+
+int32_t V_CALL V_ColorResBitmap(BITMAPHANDLE* src, BITMAPHANDLE* dst, uint32_t structSize, int32_t bitsPerPixel,
+                                uint32_t options, const RGBQUAD* palette, uint32_t* matchTable,
+                                int32_t colors) noexcept {
+  V_TRY(CheckRecord(src));
+  V_TRY(CheckAllocated(*src));
+  const bool inPlace = !dst || dst == src;
+  if (!inPlace && !IsStructSize(structSize)) return kInvalidStructSize;
+  Request request{bitsPerPixel, options, palette, matchTable, 0, false};
+  V_TRY(CheckRequest(&request, colors));
+  ResultPalette result;
+  if (request.bits <= 8 && !request.gray) V_TRY(ChoosePalette(src, 1, request, &result));
+  Progress progress(ThreadSettings().status, src->Height);
+  V_TRY(progress.Begin());
+  BITMAPHANDLE made;
+  V_TRY(MakeResult(made, *src, inPlace ? src->uStructSize : structSize, request, result, progress));
+  if (inPlace) {
+    MoveOverlays(*src, made);
+    TakePlace(*src, made);
+  } else {
+    std::memcpy(dst, &made, structSize);
+  }
+  return kSuccess;
+}
+
+int32_t V_CALL V_ColorResBitmapListExt(HBITMAPLIST list, int32_t bitsPerPixel, uint32_t options, const RGBQUAD* palette,
+                                       uint32_t* matchTable, int32_t colors) noexcept {
+  uint32_t count = 0;
+  V_TRY(V_GetBitmapListCount(list, &count));
+  Request request{bitsPerPixel, options, palette, matchTable, 0, false};
+  V_TRY(CheckRequest(&request, colors));
+  if (count == 0) return kSuccess;
+  const Buffer<BITMAPHANDLE> items(count);
+  Buffer<BITMAPHANDLE> made;
+  made.Reset(AllocateZeroed<BITMAPHANDLE>(count));
+  if (!items || !made) return kNoMemory;
+  for (uint32_t i = 0; i < count; ++i) {
+    V_TRY(V_GetBitmapListItem(list, i, &items[i], V_BITMAPHANDLE_SIZE));
+    V_TRY(CheckAllocated(items[i]));
+  }
+  const int32_t status = ConvertList(list, items.data(), made.data(), count, request);
+  for (uint32_t i = 0; i < count; ++i) V_FreeBitmap(&made[i]);
+  return status;
+}
