@@ -1,4 +1,4 @@
-// Palettes: the fixed and gray ones, those of bitmaps, and the nearest entry.
+// Palettes: the fixed and gray ones, those of bitmaps, the platform's, and the nearest entry.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -6,6 +6,7 @@
 
 #include "support/bitmap.h"
 #include "support/guarded.h"
+#include "support/nearestentry.h"
 #include "support/random.h"
 #include "vexakrn.h"
 
@@ -84,66 +85,201 @@ TEST(Palettes, BitmapsKeepCopies) {
   EXPECT_TRUE(second.pPalette == nullptr);
 }
 
+TEST(Palettes, FixedOnesOfBitmapsGoByTheNumberOfColours) {
+  for (uint32_t bits = 1; bits <= 8; ++bits) {
+    Bitmap bitmap(bits % 2 == 0 ? kCurrentLayout : kOlderLayout);
+    ASSERT_EQ(bitmap.Init(1, 1, 8), 1);
+    bitmap->nColors = 1 << bits;
+    ASSERT_EQ(V_CreateBitmapFixedPalette(bitmap), 1);
+    constexpr uint32_t kOfFour[] = {0x000000, 0xFFFFFF, 0x000000, 0x555555};
+    for (uint32_t i = 0; i < 1u << bits; ++i)
+      EXPECT_EQ(AsNumber(bitmap->pPalette[i]), bits == 2 ? kOfFour[i] : FixedEntry(bits, i)) << bits << ", " << i;
+    for (const int32_t colors : {0, 1, 3, 255, 257, -2}) {
+      ASSERT_EQ(V_CreateBitmapGrayPalette(bitmap), 1);
+      EXPECT_EQ(Field(bitmap->nColors), 256);
+      bitmap->nColors = colors;
+      EXPECT_EQ(V_CreateBitmapFixedPalette(bitmap), 0) << colors;
+      EXPECT_TRUE(bitmap->pPalette == nullptr) << colors;
+    }
+  }
+  Bitmap deep;
+  ASSERT_EQ(deep.Init(1, 1, 12), 1);
+  EXPECT_EQ(V_CreateBitmapGrayPalette(deep), -27);
+}
+
+TEST(Palettes, EntriesAreOverwrittenWithinThePalette) {
+  const RGBQUAD colors[2] = {{1, 2, 3, 9}, {4, 5, 6, 9}};
+  Bitmap bitmap;
+  ASSERT_EQ(bitmap.Init(3, 1, 4), 1);
+  EXPECT_EQ(V_PutBitmapColors(bitmap, 0, 2, colors), -2) << "not allocated";
+  ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
+  for (const auto& [index, count] : {std::pair(-1, 1), {15, 2}, {0, 17}, {1, -1}, {INT32_MAX, INT32_MAX}})
+    EXPECT_EQ(V_PutBitmapColors(bitmap, index, count, colors), -13) << index << ", " << count;
+  EXPECT_EQ(V_PutBitmapColors(bitmap, 0, 1, nullptr), -13);
+  ASSERT_TRUE(bitmap->pPalette == nullptr) << "no palette was made for them";
+  ASSERT_EQ(V_PutBitmapColors(bitmap, 14, 2, colors), 1);
+  for (uint32_t i = 0; i < 14; ++i) EXPECT_EQ(AsNumber(bitmap->pPalette[i]), 0u) << i;
+  EXPECT_EQ(AsNumber(bitmap->pPalette[14]), 0x09030201u);
+  EXPECT_EQ(AsNumber(bitmap->pPalette[15]), 0x09060504u);
+
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, bitmap->pPalette, 16), 1);
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, bitmap->pPalette, 17), 0) << "the bitmap has no 17th entry";
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, colors, 2), 0);
+  ASSERT_EQ(V_PutBitmapColors(bitmap, 0, 2, colors), 1);
+  const RGBQUAD otherReserved[2] = {{1, 2, 3, 0}, {4, 5, 6, 1}}, otherGreen[2] = {{1, 2, 3, 9}, {4, 7, 6, 9}};
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, otherReserved, 2), 1);
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, otherGreen, 2), 0);
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, otherGreen, 1), 1);
+  ASSERT_EQ(V_SetBitmapNewPalette(bitmap, nullptr, 0), 1);
+  EXPECT_EQ(V_CompareBitmapToPalette(bitmap, otherGreen, 2), 1) << "nothing differs from no entries";
+
+  Bitmap deep;
+  ASSERT_EQ(deep.Create(V_MemoryConventional, 1, 1, 24), 1);
+  deep->nColors = 2;
+  EXPECT_EQ(V_PutBitmapColors(deep, 0, 1, colors), -13);
+}
+
+// --- logical palettes -----------------------------------------------------------------------------------------------
+
+struct LogicalPalette {
+  explicit LogicalPalette(HPALETTE p) : handle(p) {}
+  LogicalPalette(const std::vector<RGBQUAD>& entries, uint32_t count)
+      : handle(V_SysCreatePalette(entries.data(), count)) {}
+  ~LogicalPalette() { V_SysDelete(handle); }
+  LogicalPalette(const LogicalPalette&) = delete;
+  LogicalPalette& operator=(const LogicalPalette&) = delete;
+  HPALETTE handle;
+};
+
+std::vector<RGBQUAD> RandomEntries(Random& random, size_t count) {
+  std::vector<RGBQUAD> entries(count);
+  random.Fill(entries.data(), count * sizeof(RGBQUAD));
+  return entries;
+}
+
+TEST(LogicalPalettes, HoldTheirColours) {
+  Random random(5);
+  const std::vector<RGBQUAD> entries = RandomEntries(random, 257);
+  EXPECT_EQ(V_SysCreatePalette(entries.data(), 0), nullptr);
+  EXPECT_EQ(V_SysCreatePalette(entries.data(), 257), nullptr);
+  EXPECT_EQ(V_SysCreatePalette(nullptr, 2), nullptr);
+  EXPECT_EQ(V_DupPalette(nullptr), nullptr);
+  EXPECT_EQ(V_SysGetPaletteEntries(nullptr, 0, 1, nullptr), 0u);
+  V_SysDelete(nullptr);
+  for (const uint32_t count : {1u, 2u, 17u, 256u}) {
+    const LogicalPalette first(entries, count);
+    ASSERT_NE(first.handle, nullptr);
+    const LogicalPalette copy(V_DupPalette(first.handle));
+    ASSERT_NE(copy.handle, nullptr);
+    for (HPALETTE palette : {first.handle, copy.handle}) {
+      EXPECT_EQ(V_SysGetPaletteEntries(palette, 0, 0, nullptr), count);
+      GuardedBytes out(count * sizeof(RGBQUAD));
+      auto* read = reinterpret_cast<RGBQUAD*>(out.data());
+      ASSERT_EQ(V_SysGetPaletteEntries(palette, 0, 400, read), count) << "no more than there are";
+      EXPECT_TRUE(out.GuardsIntact());
+      for (uint32_t i = 0; i < count; ++i)
+        EXPECT_EQ(AsNumber(read[i]), AsNumber(entries[i]) & 0xFFFFFF) << "entry " << i << " of " << count;
+      ASSERT_EQ(V_SysGetPaletteEntries(palette, count - 1, 5, read), 1u);
+      EXPECT_EQ(AsNumber(read[0]), AsNumber(entries[count - 1]) & 0xFFFFFF);
+      EXPECT_EQ(V_SysGetPaletteEntries(palette, count, 1, read), 0u);
+    }
+    Bitmap bitmap;
+    ASSERT_EQ(bitmap.Init(1, 1, 8), 1);
+    EXPECT_EQ(V_SetBitmapPalette(bitmap, copy.handle), count == 1 ? -13 : 1) << count;
+    if (count == 1) continue;
+    ASSERT_EQ(Field(bitmap->nColors), static_cast<int32_t>(count));
+    EXPECT_EQ(V_CompareBitmapToPalette(bitmap, entries.data(), count), 1);
+  }
+  Bitmap bitmap;
+  ASSERT_EQ(bitmap.Init(1, 1, 8), 1);
+  EXPECT_EQ(V_SetBitmapPalette(bitmap, nullptr), -13);
+}
+
+// The first of the nearest, whatever the ordering of components: not the engine's own rule.
+TEST(LogicalPalettes, FindTheFirstOfTheNearest) {
+  Random random(6);
+  for (int step = 0; step < 200; ++step) {
+    const NearestCase test(random, 1 + random.Below(step % 10 == 0 ? 256 : 9));
+    Bitmap bitmap;
+    ASSERT_EQ(bitmap.Init(1, 1, 8), 1);
+    EXPECT_EQ(V_GetNearestPaletteIndex(bitmap, 0x0000FF), 0u) << "no palette";
+    ASSERT_EQ(V_SetBitmapNewPalette(bitmap, test.palette.data(), static_cast<uint32_t>(test.palette.size())), 1);
+    for (int colours = 0; colours < 5; ++colours) {
+      const int r = test.Level(random), g = test.Level(random), b = test.Level(random);
+      const auto distance = [&](const RGBQUAD& e) {
+        return (e.rgbRed - r) * (e.rgbRed - r) + (e.rgbGreen - g) * (e.rgbGreen - g) +
+               (e.rgbBlue - b) * (e.rgbBlue - b);
+      };
+      const auto nearest = std::min_element(test.palette.begin(), test.palette.end(),
+                                            [&](const auto& x, const auto& y) { return distance(x) < distance(y); });
+      EXPECT_EQ(V_GetNearestPaletteIndex(bitmap, static_cast<uint32_t>(r | g << 8 | b << 16)),
+                static_cast<uint32_t>(nearest - test.palette.begin()))
+          << "step " << step << ", colour " << r << ", " << g << ", " << b << ", " << test.palette.size() << " entries";
+    }
+  }
+}
+
 // --- the nearest entry ------------------------------------------------------------------------------------------------
 
-int OrderingClass(int r, int g, int b) {
-  const int low = std::min(r, b), high = std::max(r, b);
-  return (g > high ? 1 : 0) + (g < low ? (r < b ? 6 : 2) : (r < b ? 4 : 0));
+class NearestEntryAtEachLevel : public testing::Test {
+ protected:
+  ~NearestEntryAtEachLevel() override { V_SetCpuLevel(start_); }
+
+  template <typename Test>
+  static void AtEachLevel(Test test) {
+    for (int32_t level = 0; level <= 3 && V_SetCpuLevel(level) == level; ++level) {
+      SCOPED_TRACE(testing::Message() << "level " << level);
+      test();
+    }
+  }
+
+  // The palette ends where guards begin, and starts at any entry of a vector.
+  static uint32_t Find(const std::vector<RGBQUAD>& palette, uint32_t r, uint32_t g, uint32_t b) {
+    const size_t skipped = palette.size() % 16 * sizeof(RGBQUAD);
+    GuardedBytes room(skipped + palette.size() * sizeof(RGBQUAD));
+    if (!palette.empty()) std::memcpy(room.data() + skipped, palette.data(), palette.size() * sizeof(RGBQUAD));
+    return V_FindPaletteIndex(reinterpret_cast<const RGBQUAD*>(room.data() + skipped),
+                              static_cast<uint32_t>(palette.size()), r, g, b);
+  }
+
+ private:
+  const int32_t start_ = V_GetCpuLevel();
+};
+
+TEST_F(NearestEntryAtEachLevel, IsThatOfAPlainSearch) {
+  AtEachLevel([] {
+    Random random(2);
+    constexpr size_t kLong[] = {257, 511, 513, 1000, 4096, 65535};
+    for (size_t step = 0; step < 1200; ++step) {
+      const bool isLong = step % 100 == 99;
+      const NearestCase test(random, isLong          ? kLong[step / 100 % 6]
+                                     : step % 4 == 0 ? step % 257
+                                                     : 1 + random.Below(40));
+      for (int colours = 0; colours < 6; ++colours) {
+        const int r = test.Level(random), g = test.Level(random), b = test.Level(random);
+        ASSERT_EQ(Find(test.palette, static_cast<uint32_t>(r), static_cast<uint32_t>(g), static_cast<uint32_t>(b)),
+                  NearestEntry(test.palette, r, g, b))
+            << "step " << step << ", colour " << r << ", " << g << ", " << b << ", " << test.palette.size()
+            << " entries of " << test.levels << " levels";
+      }
+    }
+  });
+  EXPECT_EQ(V_FindPaletteIndex(nullptr, 3, 1, 2, 3), 0u);
 }
 
-uint32_t NearestEntry(const std::vector<RGBQUAD>& palette, int r, int g, int b) {
-  if (palette.empty()) return 0xFFFFFFFF;
-  const auto last = static_cast<uint32_t>(palette.size() - 1);
-  const auto is = [&](uint32_t i, uint8_t level) {
-    return palette[i].rgbRed == level && palette[i].rgbGreen == level && palette[i].rgbBlue == level;
-  };
-  if (r == 0 && g == 0 && b == 0) {
-    if (is(0, 0)) return 0;
-    if (is(last, 0)) return last;
+// Outside 0 to 255 there is nothing to find, but all levels say the same and none overflows.
+TEST_F(NearestEntryAtEachLevel, ComponentsOutOfRangeGiveTheSameAtAllLevels) {
+  Random random(3);
+  constexpr uint32_t kComponents[] = {0, 128, 255, 256, 511, 0x7FFF, 0xFFFF, 0x10000, 0x7FFFFFFF, UINT32_MAX};
+  for (int step = 0; step < 300; ++step) {
+    const NearestCase test(random, 1 + random.Below(60));
+    const auto component = [&] { return kComponents[random.Below(10)]; };
+    const uint32_t r = component(), g = component(), b = component();
+    std::vector<uint32_t> found;
+    AtEachLevel([&] { found.push_back(Find(test.palette, r, g, b)); });
+    EXPECT_EQ(found, std::vector<uint32_t>(found.size(), found[0])) << r << ", " << g << ", " << b;
+    EXPECT_LT(found[0], test.palette.size());
   }
-  if (r == 255 && g == 255 && b == 255) {
-    if (is(last, 255)) return last;
-    if (is(0, 255)) return 0;
-  }
-  uint32_t best = 0;
-  int bestDistance = INT32_MAX;
-  for (uint32_t i = 0; i <= last; ++i) {
-    const RGBQUAD& e = palette[i];
-    const int distance =
-        (e.rgbRed - r) * (e.rgbRed - r) + (e.rgbGreen - g) * (e.rgbGreen - g) + (e.rgbBlue - b) * (e.rgbBlue - b);
-    const bool sameClass = OrderingClass(e.rgbRed, e.rgbGreen, e.rgbBlue) == OrderingClass(r, g, b);
-    if (distance < bestDistance || (distance == bestDistance && sameClass)) {
-      best = i;
-      bestDistance = distance;
-    }
-    if (distance == 0) break;
-  }
-  return best;
-}
-
-// Few levels make many ties, duplicates, and blacks and whites in all places.
-TEST(NearestEntry, IsThatOfAPlainSearch) {
-  Random random(2);
-  for (int step = 0; step < 3000; ++step) {
-    const bool coarse = step % 4 != 0;
-    const auto level = [&] { return static_cast<uint8_t>(coarse ? random.Below(4) * 85 : random.Below(256)); };
-    std::vector<RGBQUAD> palette(random.Below(step % 10 == 0 ? 257 : 12));
-    for (RGBQUAD& entry : palette) {
-      entry.rgbRed = level();
-      entry.rgbGreen = level();
-      entry.rgbBlue = level();
-      entry.rgbReserved = static_cast<uint8_t>(random.Next());
-    }
-    const int r = level(), g = level(), b = level();
-    ASSERT_EQ(V_FindPaletteIndex(palette.empty() ? nullptr : palette.data(), static_cast<uint32_t>(palette.size()),
-                                 static_cast<uint32_t>(r), static_cast<uint32_t>(g), static_cast<uint32_t>(b)),
-              palette.empty() ? 0 : NearestEntry(palette, r, g, b))
-        << "step " << step << ", colour " << r << ", " << g << ", " << b << ", " << palette.size() << " entries";
-  }
-  const GuardedBytes nothing(0);
-  const auto* none = reinterpret_cast<const RGBQUAD*>(nothing.data());
-  for (const uint32_t level : {0u, 128u, 255u})
-    EXPECT_EQ(V_FindPaletteIndex(none, 0, level, level, level), 0xFFFFFFFFu) << "no colours, and none is read";
 }
 
 }  // namespace

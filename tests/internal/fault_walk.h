@@ -26,7 +26,7 @@ namespace vexatest {
 
 inline void PrintLive(const vexakrn::platform::LiveResources& live, std::ostream& out) {
   out << live.blocks << " blocks, " << live.mappings << " mappings, " << live.views << " views, " << live.files
-      << " files, " << live.movableBlocks << " movable blocks";
+      << " files, " << live.movableBlocks << " movable blocks, " << live.systemObjects << " system objects";
 }
 
 // One operation on a state of its own, which is made before the failures start and freed after them.

@@ -1,0 +1,536 @@
+// Dithering against a plain model of it: whole pictures with one sum a pixel and component, weights as lists of
+// neighbours, and palettes searched entry by entry.
+#include "krn/dither.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/cpu.h"
+#include "fault_walk.h"
+#include "krn/palettes.h"
+#include "support/guarded.h"
+#include "support/pixelmodel.h"
+#include "support/random.h"
+#include "vexakrn.h"
+
+namespace vexatest {
+namespace {
+
+using vexakrn::DitherContext;
+using vexakrn::DitherRequest;
+using Bytes = std::vector<uint8_t>;
+using Color = std::array<int32_t, 3>;  // red, green, blue
+
+// --- the model ---
+
+struct Tap {
+  int32_t dx, dy, weight;
+};
+struct Kernel {
+  int32_t divisor;
+  std::vector<Tap> taps;
+};
+
+const Kernel& KernelOf(int32_t method) {
+  static const Kernel kernels[] = {
+      {},
+      {16, {{1, 0, 7}, {-1, 1, 3}, {0, 1, 5}, {1, 1, 1}}},
+      {42,
+       {{1, 0, 8},
+        {2, 0, 4},
+        {-2, 1, 2},
+        {-1, 1, 4},
+        {0, 1, 8},
+        {1, 1, 4},
+        {2, 1, 2},
+        {-2, 2, 1},
+        {-1, 2, 2},
+        {0, 2, 4},
+        {1, 2, 2},
+        {2, 2, 1}}},
+      {32, {{1, 0, 8}, {2, 0, 4}, {-2, 1, 2}, {-1, 1, 4}, {0, 1, 8}, {1, 1, 4}, {2, 1, 2}}},
+      {32,
+       {{1, 0, 5},
+        {2, 0, 3},
+        {-2, 1, 2},
+        {-1, 1, 4},
+        {0, 1, 5},
+        {1, 1, 4},
+        {2, 1, 2},
+        {-1, 2, 2},
+        {0, 2, 3},
+        {1, 2, 2}}},
+      {200,
+       {{2, 0, 32},
+        {-3, 1, 12},
+        {-1, 1, 26},
+        {1, 1, 30},
+        {3, 1, 16},
+        {-2, 2, 12},
+        {0, 2, 26},
+        {2, 2, 12},
+        {-3, 3, 5},
+        {-1, 3, 12},
+        {1, 3, 12},
+        {3, 3, 5}}},
+      {48,
+       {{1, 0, 7},
+        {2, 0, 5},
+        {-2, 1, 3},
+        {-1, 1, 5},
+        {0, 1, 7},
+        {1, 1, 5},
+        {2, 1, 3},
+        {-2, 2, 1},
+        {-1, 2, 3},
+        {0, 2, 5},
+        {1, 2, 3},
+        {2, 2, 1}}},
+  };
+  return kernels[method <= 6 ? method : 0];
+}
+
+constexpr int32_t kOrdered[64] = {0,  128, 32, 160, 8,  136, 40, 168, 192, 64,  224, 96,  200, 72,  232, 104,
+                                  48, 176, 16, 144, 56, 184, 24, 152, 236, 112, 208, 80,  244, 120, 216, 88,
+                                  12, 140, 44, 172, 4,  132, 36, 164, 204, 76,  232, 108, 196, 68,  228, 100,
+                                  60, 188, 28, 156, 52, 180, 20, 148, 248, 124, 220, 92,  240, 116, 212, 84};
+constexpr int32_t kClustered[64] = {112, 40,  72,  104, 144, 176, 208, 136, 88,  8,   16,  48,  192, 232, 240, 168,
+                                    56,  24,  0,   80,  160, 224, 248, 200, 96,  64,  32,  120, 128, 216, 184, 152,
+                                    148, 180, 212, 140, 116, 44,  76,  108, 196, 236, 244, 172, 92,  12,  20,  52,
+                                    164, 228, 252, 204, 60,  28,  4,   84,  132, 220, 188, 156, 100, 68,  36,  124};
+
+// A source format, and a palette to dither to.
+struct Source {
+  int32_t bits, order;
+  std::vector<RGBQUAD> palette;
+  int32_t lowBit = -1, highBit = -1;
+};
+struct Target {
+  std::string name;
+  int32_t paletteClass;  // 0 or 1 by table, 2 to 9 fixed with so many bits less 1, 10 the cube
+  std::vector<RGBQUAD> palette;
+  uint32_t bits;
+};
+
+struct Picture {
+  int32_t width, height;
+  size_t pitch;
+  Bytes bytes;
+};
+
+Color SourceColor(const Source& source, const Picture& picture, int32_t x, int32_t y) {
+  const auto raw = PixelAt(picture.bytes.data() + picture.pitch * static_cast<size_t>(y), x, source.bits);
+  const auto field = [raw](int32_t shift, int32_t bits) {
+    return static_cast<int32_t>(raw >> shift & ((1u << bits) - 1));
+  };
+  if (source.bits <= 8) {
+    if (raw >= source.palette.size()) return {};
+    const RGBQUAD& entry = source.palette[raw];
+    return {entry.rgbRed, entry.rgbGreen, entry.rgbBlue};
+  }
+  if (source.bits == 12 || (source.bits == 16 && source.order == V_OrderGray)) {
+    const int32_t low = std::max(source.lowBit, 0), high = source.highBit < 0 ? source.bits - 1 : source.highBit;
+    const int32_t bits = high - low + 1, value = field(low, bits);
+    const int32_t gray = bits >= 8 ? value >> (bits - 8) : value * 255 / ((1 << bits) - 1);
+    return {gray, gray, gray};
+  }
+  const auto widen = [](int32_t value, int32_t bits) { return value << (8 - bits) | value >> (2 * bits - 8); };
+  if (source.bits == 16) {
+    if (source.order == V_OrderRgb565) return {widen(field(11, 5), 5), widen(field(5, 6), 6), widen(field(0, 5), 5)};
+    return {widen(field(10, 5), 5), widen(field(5, 5), 5), widen(field(0, 5), 5)};
+  }
+  const int32_t step = source.bits <= 32 ? 8 : 16, first = step - 8;
+  const Color color = {field(first, 8), field(first + step, 8), field(first + 2 * step, 8)};
+  return source.order == V_OrderRgb ? color : Color{color[2], color[1], color[0]};
+}
+
+// Levels of each component in a fixed palette, as powers of two.
+Color LevelBits(int32_t paletteClass) {
+  constexpr Color kBits[] = {{},        {},        {1, 1, 1}, {2, 2, 2}, {1, 1, 1},
+                             {1, 1, 1}, {2, 2, 1}, {2, 2, 2}, {2, 3, 2}, {3, 3, 2}};
+  return kBits[paletteClass];
+}
+
+int32_t FixedIndexOf(int32_t paletteClass, const Color& c) {
+  const auto [r, g, b] = c;
+  const int32_t luminance = (2 * r + 5 * g + b + 4) >> 3;
+  switch (paletteClass) {
+    case 2:
+      return luminance >> 7;
+    case 3:
+      return luminance >> 6;
+    case 4:
+      return (r >> 7) << 2 | (g >> 7) << 1 | b >> 7;
+    case 5: {
+      const int32_t bits = (b >> 7) << 2 | (g >> 7) << 1 | r >> 7;
+      return bits == 0 ? 0 : 8 + bits;
+    }
+    case 6:
+      return (r >> 6) << 3 | (g >> 6) << 1 | b >> 7;
+    case 7:
+      return (r >> 6) << 4 | (g >> 6) << 2 | b >> 6;
+    case 8:
+      return (r >> 6) << 5 | (g >> 5) << 2 | b >> 6;
+    case 9:
+      return (r >> 5) << 5 | (g >> 5) << 2 | b >> 6;
+    default:
+      return r / 51 * 36 + g / 51 * 6 + b / 51;
+  }
+}
+
+class Model {
+ public:
+  Model(const Target& target, int32_t method) : target_(target), method_(method) {
+    for (size_t i = 0; i < target.palette.size(); ++i) {
+      if ((target.palette[i].rgbReserved & 3) != 0) continue;
+      candidates_.push_back(target.palette[i]);
+      candidateIndex_.push_back(static_cast<int32_t>(i));
+    }
+  }
+
+  // Indices, one byte a pixel.
+  Bytes Run(const Source& source, const Picture& picture) {
+    const auto width = static_cast<size_t>(picture.width), height = static_cast<size_t>(picture.height);
+    Bytes indices(width * height);
+    std::vector<Color> sums(width * height);
+    for (int32_t y = 0; y < picture.height; ++y)
+      for (int32_t x = 0; x < picture.width; ++x) {
+        const size_t at = static_cast<size_t>(y) * width + static_cast<size_t>(x);
+        Color wanted = SourceColor(source, picture, x, y);
+        for (size_t c = 0; c < 3; ++c)
+          wanted[c] = std::clamp(Moved(wanted[c], c, x, y) + (Diffuses() ? sums[at][c] / KernelOf(method_).divisor : 0),
+                                 0, 255);
+        const int32_t index = IndexOf(wanted);
+        indices[at] = static_cast<uint8_t>(index);
+        const auto entry = static_cast<size_t>(index) < target_.palette.size()
+                               ? target_.palette[static_cast<size_t>(index)]
+                               : RGBQUAD{};
+        const Color error = {wanted[0] - entry.rgbRed, wanted[1] - entry.rgbGreen, wanted[2] - entry.rgbBlue};
+        for (const Tap& tap : KernelOf(method_).taps) {
+          const int32_t tx = x + tap.dx, ty = y + tap.dy;
+          if (tx < 0 || tx >= picture.width || ty >= picture.height) continue;
+          for (size_t c = 0; c < 3; ++c)
+            sums[static_cast<size_t>(ty) * width + static_cast<size_t>(tx)][c] += tap.weight * error[c];
+        }
+      }
+    return indices;
+  }
+
+ private:
+  bool Diffuses() const { return method_ >= 1 && method_ <= 6; }
+
+  // With the offset of an ordered pattern.
+  int32_t Moved(int32_t value, size_t component, int32_t x, int32_t y) const {
+    if (method_ < V_DitheringOrdered) return value;
+    const int32_t* const matrix = method_ == V_DitheringOrdered ? kOrdered : kClustered;
+    const int32_t m = matrix[y % 8 * 8 + x % 8];
+    if (target_.paletteClass == 10) return value + m / 6 - 21;
+    const auto k = static_cast<int32_t>(target_.bits);
+    if (target_.paletteClass <= 1) return value + m / k - 128 / k;
+    const int32_t bits = LevelBits(target_.paletteClass)[component];
+    return value - (value >> bits) + ((m + 2) >> bits);
+  }
+
+  int32_t IndexOf(const Color& c) const {
+    if (target_.paletteClass > 1) return FixedIndexOf(target_.paletteClass, c);
+    const auto cut = [&c](size_t i) { return static_cast<uint32_t>(c[i]) & 0xF8; };
+    return candidateIndex_[V_FindPaletteIndex(candidates_.data(), static_cast<uint32_t>(candidates_.size()), cut(0),
+                                              cut(1), cut(2))];
+  }
+
+  const Target& target_;
+  const int32_t method_;
+  std::vector<RGBQUAD> candidates_;
+  std::vector<int32_t> candidateIndex_;
+};
+
+// --- what is dithered ---
+
+std::vector<RGBQUAD> RandomPalette(Random& random, size_t colors, bool gray = false) {
+  std::vector<RGBQUAD> palette(colors);
+  random.Fill(palette.data(), colors * sizeof(RGBQUAD));
+  for (RGBQUAD& entry : palette) {
+    entry.rgbReserved &= 0xFC;
+    if (gray) entry.rgbRed = entry.rgbGreen = entry.rgbBlue;
+  }
+  return palette;
+}
+
+std::vector<Target> Targets(Random& random) {
+  std::vector<Target> targets;
+  const auto add = [&](const std::string& name, int32_t paletteClass, std::vector<RGBQUAD> palette, uint32_t bits) {
+    targets.push_back({name, paletteClass, std::move(palette), bits});
+  };
+  for (uint32_t bits = 1; bits <= 8; ++bits) {
+    const RGBQUAD* fixed = vexakrn::FixedPalette(bits);
+    add("fixed", static_cast<int32_t>(bits) + 1, {fixed, fixed + (size_t{1} << bits)}, bits);
+    const size_t less = (size_t{1} << bits) - (bits == 1 ? 1 : random.Below(uint64_t{1} << (bits - 1)));
+    add("start of fixed", static_cast<int32_t>(bits) + 1, {fixed, fixed + less}, bits);
+    add("random", 0, RandomPalette(random, (size_t{1} << bits) - (bits > 2 ? random.Below(3) : 0)), bits);
+  }
+  const RGBQUAD* cube = vexakrn::CubePalette();
+  add("cube", 10, {cube, cube + 216 + random.Below(41)}, 8);
+  add("start of cube", 10, {cube, cube + 140}, 8);
+  add("grays", 0, RandomPalette(random, 16, true), 4);
+  add("user table", 1, RandomPalette(random, 200), 8);
+  Target barred = {"barred entries", 0, RandomPalette(random, 40), 6};
+  for (RGBQUAD& entry : barred.palette)
+    if (random.Below(3) == 0) entry.rgbReserved |= static_cast<uint8_t>(1 + random.Below(3));
+  targets.push_back(barred);
+  const RGBQUAD* fixed = vexakrn::FixedPalette(4);
+  Target marked = {"fixed with a reserved byte", 0, {fixed, fixed + 16}, 7};
+  marked.palette[3].rgbReserved = 4;
+  targets.push_back(marked);
+  return targets;
+}
+
+std::vector<Source> Sources(Random& random) {
+  std::vector<Source> sources;
+  for (int32_t bits = 1; bits <= 8; ++bits) sources.push_back({bits, 0, RandomPalette(random, size_t{1} << bits)});
+  sources.push_back({5, 0, RandomPalette(random, 19)});  // the other indices are black
+  sources.push_back({8, 0, RandomPalette(random, 256, true)});
+  sources.push_back({12, V_OrderGray, {}, 0, 11});
+  sources.push_back({12, V_OrderGray, {}, 2, 7});
+  sources.push_back({16, V_OrderGray, {}, 3, 13});
+  for (const int32_t order : {V_OrderRgb, V_OrderBgr, V_OrderRgb565}) sources.push_back({16, order, {}});
+  for (const int32_t order : {V_OrderRgb, V_OrderBgr})
+    for (const int32_t bits : {24, 32, 48, 64}) sources.push_back({bits, order, {}});
+  return sources;
+}
+
+// Noise, or noise of a few levels around a ramp: both far from and near to what a palette has.
+Picture MakePicture(Random& random, const Source& source, int32_t width, int32_t height) {
+  Picture picture = {
+      width, height, (static_cast<size_t>(width) * static_cast<size_t>(source.bits) + 7) / 8 + random.Below(3), {}};
+  picture.bytes = random.Bytes(picture.pitch * static_cast<size_t>(height));
+  if (source.bits >= 24 && random.Coin())
+    for (size_t i = 0; i < picture.bytes.size(); ++i)
+      picture.bytes[i] = static_cast<uint8_t>(picture.bytes[i] % 8 + i % picture.pitch * 247 / picture.pitch);
+  return picture;
+}
+
+class Dither : public testing::Test {
+ protected:
+  ~Dither() override {
+    vexakrn::SetCpuLevel(start_);
+    V_FreeUserMatchTable(userTable_);
+  }
+
+  DitherContext* Start(const Source& source, const Target& target, int32_t width, int32_t method) {
+    if (target.paletteClass == 1 && userOf_ != &target) {
+      V_FreeUserMatchTable(userTable_);
+      userTable_ = V_CreateUserMatchTable(target.palette.data(), static_cast<uint32_t>(target.palette.size()));
+      userOf_ = &target;
+    }
+    const DitherRequest request = {width,
+                                   source.bits,
+                                   source.order,
+                                   source.palette.data(),
+                                   static_cast<uint32_t>(source.palette.size()),
+                                   source.lowBit,
+                                   source.highBit,
+                                   method,
+                                   target.palette.data(),
+                                   static_cast<uint32_t>(target.palette.size()),
+                                   target.bits,
+                                   target.paletteClass == 1 ? userTable_ : nullptr};
+    DitherContext* pass = nullptr;
+    EXPECT_EQ(vexakrn::StartPass(request, &pass), 1);
+    return pass;
+  }
+
+  // Dithers a picture, `chunk()` lines at a time, 0 for one by the function for one, and compares it with indices.
+  void Expect(const Source& source, const Target& target, int32_t method, const Picture& picture, const Bytes& want,
+              const std::function<int32_t()>& chunk) {
+    DitherContext* pass = Start(source, target, picture.width, method);
+    ASSERT_NE(pass, nullptr);
+    const size_t lineBytes = (static_cast<size_t>(picture.width) * target.bits + 7) / 8, pitch = lineBytes + 3;
+    const auto height = static_cast<size_t>(picture.height);
+    GuardedBytes got(pitch * (height - 1) + lineBytes, 0xEE);
+    for (int32_t y = 0; y < picture.height;) {
+      const int32_t lines = std::min(chunk(), picture.height - y);
+      const uint8_t* from = picture.bytes.data() + picture.pitch * static_cast<size_t>(y);
+      uint8_t* to = got.data() + pitch * static_cast<size_t>(y);
+      if (lines == 0) vexakrn::DitherNextLine(*pass, from, to);
+      if (lines > 0) {
+        ASSERT_EQ(vexakrn::DitherNextLines(*pass, from, picture.pitch, to, pitch, lines), 1);
+      }
+      y += std::max(lines, 1);
+    }
+    vexakrn::StopPass(pass);
+    EXPECT_TRUE(got.GuardsIntact());
+    Bytes line(lineBytes);
+    for (size_t y = 0; y < height; ++y) {
+      std::fill(line.begin(), line.end(), uint8_t{0});
+      for (int32_t x = 0; x < picture.width; ++x) {
+        const uint32_t index = want[y * static_cast<size_t>(picture.width) + static_cast<size_t>(x)];
+        PutPixelAt(line.data(), x, static_cast<int32_t>(target.bits), index & ((1u << target.bits) - 1));
+      }
+      const uint8_t* row = got.data() + pitch * y;
+      ASSERT_TRUE(std::equal(line.begin(), line.end(), row)) << "line " << y;
+      for (size_t i = lineBytes; y + 1 < height && i < pitch; ++i) ASSERT_EQ(row[i], 0xEE) << "behind line " << y;
+    }
+  }
+
+  template <typename Test>
+  static void AtEachLevel(Test test) {
+    for (int32_t level = 0; level <= 3 && static_cast<int32_t>(vexakrn::SetCpuLevel(level)) == level; ++level) {
+      SCOPED_TRACE(testing::Message() << "level " << level);
+      test();
+      if (HasFatalFailure()) return;
+    }
+  }
+
+  Random random_{0xD17E};
+
+ private:
+  const int32_t start_ = static_cast<int32_t>(vexakrn::ActiveCpuLevel());
+  uint32_t* userTable_ = nullptr;
+  const Target* userOf_ = nullptr;
+};
+
+TEST_F(Dither, EveryMethodPaletteAndSourceGivesTheModelsIndices) {
+  const std::vector<Target> targets = Targets(random_);
+  for (const Source& source : Sources(random_))
+    for (const Target& target : targets)
+      for (int32_t method = 0; method <= 8; ++method) {
+        const Picture picture = MakePicture(random_, source, random_.Between(1, 40), random_.Between(1, 18));
+        SCOPED_TRACE(testing::Message() << source.bits << " bits, order " << source.order << ", to " << target.name
+                                        << " " << target.palette.size() << " at " << target.bits << " bits, method "
+                                        << method << ", " << picture.width << " x " << picture.height);
+        const Bytes want = Model(target, method).Run(source, picture);
+        AtEachLevel([&] {
+          Expect(source, target, method, picture, want, [] { return 0; });
+          Expect(source, target, method, picture, want, [&] { return random_.Between(0, 18); });
+        });
+        if (HasFatalFailure()) return;
+      }
+}
+
+// Bands of lines in vector lanes, full ones and others, begun with what earlier lines left, and lines in between.
+TEST_F(Dither, ManyLinesAtOnceAreTheSameAsOneByOne) {
+  const std::vector<Target> targets = Targets(random_);
+  const Source sources[] = {{8, 0, RandomPalette(random_, 256, true)}, {24, V_OrderBgr, {}}};
+  for (int32_t round = 0; round < 40; ++round)
+    for (const Source& source : sources)
+      for (int32_t method = 1; method <= 6; ++method) {
+        const Target& target = targets[random_.Below(targets.size())];
+        const int32_t width = round % 3 == 0 ? random_.Between(71, 700) : random_.Between(1, 70);
+        const Picture picture = MakePicture(random_, source, width, random_.Between(1, 130));
+        SCOPED_TRACE(testing::Message() << source.bits << " bits to " << target.name << " " << target.palette.size()
+                                        << ", method " << method << ", " << width << " x " << picture.height);
+        const Bytes want = Model(target, method).Run(source, picture);
+        AtEachLevel([&] {
+          Expect(source, target, method, picture, want, [] { return 130; });
+          Expect(source, target, method, picture, want, [&] { return random_.Between(0, 80); });
+        });
+        if (HasFatalFailure()) return;
+      }
+}
+
+// What the caller's table learns are the colours of the picture and no others, whatever the way.
+TEST_F(Dither, AUserTableHoldsTheCandidateOfEachColourThatCame) {
+  Target target = {"user table", 1, RandomPalette(random_, 30), 5};
+  for (size_t i = 0; i < 30; i += 4) target.palette[i].rgbReserved |= 2;
+  const Source source = {24, V_OrderRgb, {}};
+  const Picture picture = MakePicture(random_, source, 45, 37);
+  for (const int32_t method :
+       {V_DitheringNone, V_DitheringFloydStein, V_DitheringStevensonArce, V_DitheringClustered}) {
+    std::vector<uint32_t> first;
+    AtEachLevel([&] {
+      for (const int32_t lines : {1, 37}) {
+        std::vector<uint32_t> table(32768);
+        const DitherRequest request = {picture.width,         24, V_OrderRgb, nullptr,     0, -1, -1, method,
+                                       target.palette.data(), 30, 5,          table.data()};
+        DitherContext* pass = nullptr;
+        ASSERT_EQ(vexakrn::StartPass(request, &pass), 1);
+        Bytes out(37 * 45);
+        for (int32_t y = 0; y < 37; y += lines)
+          vexakrn::DitherNextLines(*pass, picture.bytes.data() + picture.pitch * static_cast<size_t>(y), picture.pitch,
+                                   out.data(), 45, lines);
+        vexakrn::StopPass(pass);
+        if (first.empty()) first = table;
+        ASSERT_EQ(table, first) << lines << " lines at a time, method " << method;
+      }
+    });
+    std::vector<RGBQUAD> candidates;
+    std::copy_if(target.palette.begin(), target.palette.end(), std::back_inserter(candidates),
+                 [](const RGBQUAD& entry) { return (entry.rgbReserved & 3) == 0; });
+    size_t found = 0;
+    for (uint32_t key = 0; key < 32768; ++key) {
+      if (first[key] == 0) continue;
+      ++found;
+      ASSERT_EQ(first[key] - 1, V_FindPaletteIndex(candidates.data(), static_cast<uint32_t>(candidates.size()),
+                                                   (key >> 10) << 3, (key >> 5 & 31) << 3, (key & 31) << 3));
+    }
+    EXPECT_GT(found, 100u);
+    EXPECT_LT(found, 1666u);
+  }
+}
+
+// A flat colour keeps its mean under an ordered pattern, and black and white stay pure.
+TEST_F(Dither, OrderedPatternsKeepTheMeanOfFlatGrays) {
+  const Source source = {24, V_OrderBgr, {}};
+  for (const int32_t method : {V_DitheringOrdered, V_DitheringClustered})
+    for (uint32_t bits = 1; bits <= 8; ++bits) {
+      if (bits == 4) continue;  // its darker half is never chosen, but the levels are those of 3 bits
+      const RGBQUAD* fixed = vexakrn::FixedPalette(bits);
+      const Target target = {"fixed", static_cast<int32_t>(bits) + 1, {fixed, fixed + (size_t{1} << bits)}, 8};
+      for (int32_t gray = 0; gray <= 255; ++gray) {
+        DitherContext* pass = Start(source, target, 8, method);
+        const Bytes lines(8 * 24, static_cast<uint8_t>(gray));
+        Bytes out(64);
+        ASSERT_EQ(vexakrn::DitherNextLines(*pass, lines.data(), 24, out.data(), 8, 8), 1);
+        vexakrn::StopPass(pass);
+        Color sum = {};
+        for (const uint8_t index : out)
+          sum[0] += fixed[index].rgbRed, sum[1] += fixed[index].rgbGreen, sum[2] += fixed[index].rgbBlue;
+        for (const int32_t component : sum) {
+          const int32_t bound = gray == 0 || gray == 255 ? 0 : method == V_DitheringClustered ? 192 : 320;
+          EXPECT_LE(std::abs(component - 64 * gray), bound) << "gray " << gray << ", " << bits << " bits";
+        }
+      }
+    }
+}
+
+// A table of its own, gray and colour tables, luminance; then the rows of a band.
+TEST_F(FaultWalk, DitheringPasses) {
+  struct State {
+    explicit State(uint32_t colors) : palette(colors), line(300), out(120, 0x77) {
+      for (uint32_t i = 0; i < colors; ++i) palette[i].rgbGreen = static_cast<uint8_t>(7 * i);
+    }
+    std::vector<RGBQUAD> palette;
+    Bytes line, out;
+  };
+  for (const bool own : {true, false})
+    for (const uint32_t colors : {2u, 8u}) {
+      const auto make = [&] {
+        auto state = std::make_shared<State>(colors);
+        Trial trial;
+        trial.state = state;
+        trial.run = [=]() -> int64_t {
+          const DitherRequest request = {
+              1,      24, V_OrderBgr, nullptr, 0, -1, -1, V_DitheringFloydStein, own ? state->palette.data() : nullptr,
+              colors, 8,  nullptr};
+          DitherContext* pass = nullptr;
+          const int32_t started = vexakrn::StartPass(request, &pass);
+          if (started != 1) return started;
+          const int32_t status = vexakrn::DitherNextLines(*pass, state->line.data(), 3, state->out.data(), 1, 100);
+          vexakrn::StopPass(pass);
+          return status;
+        };
+        trial.unchanged = [=] { EXPECT_EQ(state->out, Bytes(120, 0x77)); };
+        trial.done = [=] { EXPECT_EQ(state->out[99], 0); };
+        return trial;
+      };
+      EXPECT_GE(Walk(own ? "a table" : "a fixed palette", make), 6u);
+    }
+}
+
+}  // namespace
+}  // namespace vexatest
