@@ -48,10 +48,25 @@ void Bitmap::Describe(uint64_t width, uint64_t height, int bits) {
       V_InitBitmap(&record_, V_BITMAPHANDLE_SIZE, static_cast<int32_t>(width), static_cast<int32_t>(height), bits));
   record_.ViewPerspective = V_ViewTopLeft;
   record_.XResolution = record_.YResolution = 0;  // until a file states one
+  background_ = kWhite;
+}
+
+void Bitmap::DescribeLike(const Bitmap& other, int bits) {
+  Free();
+  BITMAPHANDLE source = other.record_;
+  CheckStatus(V_DupBitmapNewDim(&record_, &source, V_BITMAPHANDLE_SIZE, source.Width, source.Height, bits));
+  background_ = other.background_;
 }
 
 void Bitmap::SetPalette(const std::vector<RGBQUAD>& palette) {
   CheckStatus(V_SetBitmapNewPalette(&record_, palette.data(), static_cast<uint32_t>(palette.size())));
+}
+
+void Bitmap::SetFixedPalette(int bits) {
+  RGBQUAD* const palette = V_CreateFixedPalette(static_cast<uint32_t>(bits));
+  const int32_t status = palette ? V_SetBitmapNewPalette(&record_, palette, 1u << bits) : V_StatusNoMemory;
+  V_FreeBuffer(palette);
+  CheckStatus(status);
 }
 
 void Bitmap::SetGrayRamp(uint32_t grays) {

@@ -22,9 +22,16 @@ class Bitmap {
 
   // Starts again with an empty image of this size, top left, without storage.
   void Describe(uint64_t width, uint64_t height, int bits);
+  // Starts again with the size and the attributes of another bitmap, in any depth, without storage.
+  void DescribeLike(const Bitmap& other, int bits);
   void SetPalette(const std::vector<RGBQUAD>& palette);
+  void SetFixedPalette(int bits);          // the engine's own of 2^bits colours
   void SetGrayRamp(uint32_t grays);        // black to white in this many steps
   void SetResolution(double x, double y);  // dots per inch; values that no picture has are ignored
+
+  // What shows where the picture is transparent: white until a file names a colour.
+  void SetBackground(const RGBQUAD& color) { background_ = color; }
+  RGBQUAD Background() const { return background_; }
 
   // Storage by a memory request of the engine, or in the caller's own bytes. The bitmap is accessed from here on.
   void Allocate(uint32_t memoryType);
@@ -66,11 +73,14 @@ class Bitmap {
   const BITMAPHANDLE& Record() const { return record_; }
 
  private:
+  static constexpr RGBQUAD kWhite = {255, 255, 255, 0};
+
   void Access();
   void Free();
 
   BITMAPHANDLE record_;
   bool accessed_ = false;
+  RGBQUAD background_ = kWhite;
 };
 
 // Colour value of a palette index, for Transparency and Background.

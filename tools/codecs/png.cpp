@@ -116,6 +116,7 @@ class PngReader : public Reader, private PngBase {
       record.Flags |= V_FlagTransparency;
     }
     if (interlace_ != PNG_INTERLACE_NONE) record.Flags |= V_FlagInterlaced;
+    DescribeBackground(bitmap);
     png_uint_32 x = 0, y = 0;
     int unit = 0;
     if (png_get_pHYs(png_, info_, &x, &y, &unit) && unit == PNG_RESOLUTION_METER)
@@ -193,6 +194,26 @@ class PngReader : public Reader, private PngBase {
       return RGBQUAD{c.blue, c.green, c.red, 0};
     });
     bitmap.SetPalette(palette);
+  }
+
+  void DescribeBackground(Bitmap& bitmap) {
+    png_color_16p color = nullptr;
+    if (!png_get_bKGD(png_, info_, &color)) return;
+    if (colorType_ == PNG_COLOR_TYPE_PALETTE) {
+      png_colorp colors = nullptr;
+      int count = 0;
+      png_get_PLTE(png_, info_, &colors, &count);
+      if (color->index >= count) return;
+      const png_color& entry = colors[color->index];
+      return bitmap.SetBackground({entry.blue, entry.green, entry.red, 0});
+    }
+    const uint32_t full = (1u << fileBits_) - 1;
+    const auto byte = [full](uint32_t sample) {
+      return static_cast<uint8_t>((std::min(sample, full) * 255 + full / 2) / full);
+    };
+    const bool gray = !(colorType_ & PNG_COLOR_MASK_COLOR);
+    bitmap.SetBackground({byte(gray ? color->gray : color->blue), byte(gray ? color->gray : color->green),
+                          byte(gray ? color->gray : color->red), 0});
   }
 
   png_structp png_ = nullptr;

@@ -7,6 +7,7 @@
 #include "codecs/codec.h"
 #include "codecs/error.h"
 #include "gallery/big.h"
+#include "gallery/dithering.h"
 #include "gallery/document.h"
 #include "gallery/page.h"
 #include "gallery/runs.h"
@@ -44,6 +45,19 @@ std::optional<DocumentReport> MakeDocument(const std::string& samples) {
   return report;
 }
 
+std::optional<DitheringReport> MakeDithering(const std::string& samples, const std::string& folder) {
+  const fs::path sample = fs::path(samples) / "photo_cat.png";
+  if (!fs::exists(sample) || !FormatOfExtension(sample.string())->open) return {};
+  DitheringReport report = RunDithering(sample, folder);
+  for (const DitheredDepth& depth : report.depths) {
+    std::printf("%-38s", depth.name.c_str());
+    for (const DitheredPicture& picture : depth.pictures)
+      std::printf(" %s %.2f", picture.method.c_str(), picture.error);
+    std::printf("\n");
+  }
+  return report;
+}
+
 // 0 when every image came through every storage kind.
 int MakeGallery(const Options& options) {
   fs::create_directories(options.folder);
@@ -63,13 +77,14 @@ int MakeGallery(const Options& options) {
   const std::optional<DocumentReport> document = MakeDocument(options.samples);
   if (document)
     for (const DocumentRun& run : document->runs) allIdentical = allIdentical && run.identical;
+  const std::optional<DitheringReport> dithering = MakeDithering(options.samples, options.folder);
   std::optional<BigReport> big;
   if (!options.bigReport.empty()) {
     big = LoadReport(options.bigReport);
     for (const BigRun& run : big->runs) allIdentical = allIdentical && run.identical;
   }
   std::ofstream page(fs::path(options.folder) / "index.html", std::ios::binary);
-  page << MakePage(samples, document, big);
+  page << MakePage(samples, dithering, document, big);
   page.close();
   if (!page) throw Error(options.folder, "the page could not be written");
   return allIdentical ? 0 : 1;

@@ -1,5 +1,6 @@
 #include "gallery/page.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace vexa::gallery {
@@ -23,6 +24,7 @@ body { margin: 0 auto; max-width: 1300px; padding: 2.5rem 1.5rem 4rem; backgroun
        font: 15px/1.5 system-ui, -apple-system, "Segoe UI", Roboto, "Noto Sans", sans-serif; }
 h1 { font-size: 1.9rem; margin: 0 0 .3rem; letter-spacing: -.01em; }
 h2 { font-size: 1.25rem; margin: 2.8rem 0 .8rem; }
+h3 { font-size: 1rem; margin: 1.8rem 0 .7rem; }
 p { margin: 0 0 1rem; max-width: 70ch; color: var(--soft); }
 .facts { display: flex; flex-wrap: wrap; gap: .8rem; margin: 1.4rem 0 0; }
 .fact { background: var(--card); border: 1px solid var(--line); border-radius: 10px; padding: .7rem 1.1rem; }
@@ -33,6 +35,9 @@ figure { margin: 0; background: var(--card); border: 1px solid var(--line); bord
 figure div { height: 190px; display: flex; align-items: center; justify-content: center; padding: .6rem; }
 figure .clear { background: repeating-conic-gradient(#8883 0 25%, transparent 0 50%) 0 0 / 18px 18px; }
 figure img { max-width: 100%; max-height: 100%; min-width: 64px; }
+.shots { display: grid; grid-template-columns: repeat(auto-fill, 236px); gap: 1rem; }
+.shots img { display: block; max-width: none; max-height: none; image-rendering: pixelated; }
+figure .zoom { padding: 0; image-rendering: pixelated; background-repeat: no-repeat; }
 figcaption { padding: .6rem .8rem .75rem; font-size: .85rem; border-top: 1px solid var(--line); }
 figcaption b { display: block; overflow-wrap: anywhere; }
 figcaption span { color: var(--soft); display: block; }
@@ -158,6 +163,59 @@ std::string BigSection(const BigReport& big) {
   return html + "</tbody></table></div>\n";
 }
 
+// A picture in its own size, and a detail of it three times as large.
+std::string Shot(const DitheringReport& report, const std::string& picture, const std::string& name,
+                 const std::string& words) {
+  constexpr int32_t kTimes = 3, kLeft = 5, kTop = 19;
+  const auto pixels = [](int32_t count) { return std::to_string(count) + "px"; };
+  const std::string size = pixels(report.width) + " " + pixels(report.height);
+  return "<figure><img loading=lazy width=" + std::to_string(report.width) +
+         " height=" + std::to_string(report.height) + " src=\"" + Escaped(picture) + "\" alt=\"" + Escaped(name) +
+         "\"><div class=zoom style=\"height:" + pixels(report.height) + ";background-image:url('" + Escaped(picture) +
+         "');background-size:" + pixels(kTimes * report.width) + " " + pixels(kTimes * report.height) +
+         ";background-position:" + pixels(-kTimes * kLeft) + " " + pixels(-kTimes * kTop) + "\"></div><figcaption><b>" +
+         Escaped(name) + "</b><span>" + words + "</span></figcaption></figure>\n";
+}
+
+std::string ErrorTable(const DitheringReport& report) {
+  std::string html = "<div class=scroll><table><thead><tr><th>Method</th>";
+  std::vector<double> least;
+  for (const DitheredDepth& depth : report.depths) {
+    html += "<th class=n>" + Escaped(depth.name) + "</th>";
+    const auto& best = *std::min_element(depth.pictures.begin(), depth.pictures.end(),
+                                         [](const auto& a, const auto& b) { return a.error < b.error; });
+    least.push_back(best.error);
+  }
+  html += "</tr></thead><tbody>\n";
+  for (size_t method = 0; method < report.depths.front().pictures.size(); ++method) {
+    html += "<tr>" + Cell(Escaped(report.depths.front().pictures[method].method));
+    for (size_t depth = 0; depth < report.depths.size(); ++depth) {
+      const double error = report.depths[depth].pictures[method].error;
+      html += Cell(Fixed(error, 2), error > least[depth] ? "n" : "\"n good\"");
+    }
+    html += "</tr>\n";
+  }
+  return html + "</tbody></table></div>\n";
+}
+
+std::string DitheringSection(const DitheringReport& report) {
+  std::string html =
+      "<h2>Fewer colours</h2>\n<p>A part of " + Escaped(report.sample) +
+      " in all methods of dithering, pixel by pixel, with a detail three times as large. The error is the mean "
+      "difference of a sample, 0 to 255, from the original's (its gray, for black and white), both blurred by a "
+      "5 &times; 5 binomial filter: what is left when the eye no longer sees single pixels.</p>\n" +
+      ErrorTable(report);
+  for (const DitheredDepth& depth : report.depths) {
+    if (depth.pictures.front().picture.empty()) continue;
+    html += "<h3>" + Escaped(depth.name) + "</h3>\n<div class=shots>\n" +
+            Shot(report, report.original, "original", "24 bits");
+    for (const DitheredPicture& picture : depth.pictures)
+      html += Shot(report, picture.picture, picture.method, "error " + Fixed(picture.error, 2));
+    html += "</div>\n";
+  }
+  return html;
+}
+
 double ShareOfPacked(const DocumentReport& document, const DocumentRun& run) {
   return static_cast<double>(run.bytesHeld) / static_cast<double>(document.runs.front().bytesHeld);
 }
@@ -179,8 +237,8 @@ std::string DocumentSection(const DocumentReport& document) {
 
 }  // namespace
 
-std::string MakePage(const std::vector<Sample>& samples, const std::optional<DocumentReport>& document,
-                     const std::optional<BigReport>& big) {
+std::string MakePage(const std::vector<Sample>& samples, const std::optional<DitheringReport>& dithering,
+                     const std::optional<DocumentReport>& document, const std::optional<BigReport>& big) {
   size_t runs = 0, identical = 0;
   std::string cards, rows;
   for (const Sample& sample : samples) {
@@ -200,6 +258,7 @@ std::string MakePage(const std::vector<Sample>& samples, const std::optional<Doc
   }
   if (big) html += Fact(Fixed(static_cast<double>(big->fileBytes) / 1e9, 1) + " GB", "under " + Escaped(big->limit));
   html += "</div>\n<h2>Pictures</h2>\n<div class=cards>\n" + cards + "</div>\n";
+  if (dithering) html += DitheringSection(*dithering);
   if (document) html += DocumentSection(*document);
   if (big) html += BigSection(*big);
   html +=

@@ -7,13 +7,14 @@
 #include <vector>
 
 #include "gallery/big.h"
+#include "gallery/dithering.h"
 #include "gallery/document.h"
 #include "gallery/runs.h"
 
 namespace vexa::gallery {
 
-std::string MakePage(const std::vector<Sample>& samples, const std::optional<DocumentReport>& document,
-                     const std::optional<BigReport>& big);
+std::string MakePage(const std::vector<Sample>& samples, const std::optional<DitheringReport>& dithering,
+                     const std::optional<DocumentReport>& document, const std::optional<BigReport>& big);
 
 }  // namespace vexa::gallery
 

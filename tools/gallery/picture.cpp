@@ -160,7 +160,25 @@ void DropAlpha(Bitmap& from, Bitmap& to) {
   }
 }
 
+const Format& PictureFormat() {
+  const Format* png = FormatOfName("png");
+  return png->create ? *png : *FormatOfName("ppm");
+}
+
 }  // namespace
+
+std::string SavePicture(Bitmap& bitmap, const std::filesystem::path& folder, const std::string& name) {
+  const Format& format = PictureFormat();
+  std::string file = name + "." + std::string(format.extensions[0]);
+  const std::u8string path = (folder / file).u8string();
+  File out(std::string(path.begin(), path.end()), File::Mode::kRewrite);
+  Progress progress(1);
+  const std::unique_ptr<Writer> writer = format.create(out, Document{});
+  writer->Write(bitmap, progress);
+  writer->Finish();
+  out.Close();
+  return file;
+}
 
 std::string WritePicture(Bitmap& bitmap, const std::filesystem::path& folder, const std::string& name,
                          std::string* note) {
@@ -168,21 +186,9 @@ std::string WritePicture(Bitmap& bitmap, const std::filesystem::path& folder, co
   if (IsWide(bitmap)) *note = bitmap.Bits() <= 16 ? "levels stretched for display" : "brightened for display";
   Bitmap reduced, opaque;
   Reducer(bitmap, stretch).Into(reduced);
-  const Format* format = FormatOfName("png");
-  const bool keepsAlpha = format->create && bitmap.HasAlpha();
-  if (!format->create) format = FormatOfName("ppm");
-  if (!keepsAlpha) DropAlpha(reduced, opaque);
-  std::string file = name + "." + std::string(format->extensions[0]);
-  const std::u8string path = (folder / file).u8string();
-  File out(std::string(path.begin(), path.end()), File::Mode::kRewrite);
-  Progress progress(1);
-  {
-    const std::unique_ptr<Writer> writer = format->create(out, Document{});
-    writer->Write(keepsAlpha ? reduced : opaque, progress);
-    writer->Finish();
-  }
-  out.Close();
-  return file;
+  if (bitmap.HasAlpha() && PictureFormat().canHold(reduced)) return SavePicture(reduced, folder, name);
+  DropAlpha(reduced, opaque);
+  return SavePicture(opaque, folder, name);
 }
 
 bool SamePixels(Bitmap& a, Bitmap& b) {

@@ -14,6 +14,9 @@ namespace vexa::gallery {
 std::string WritePicture(Bitmap& bitmap, const std::filesystem::path& folder, const std::string& name,
                          std::string* note);
 
+// Writes the bitmap as it is, as PNG or, in a build without, as PPM where that holds it. Returns the file's name.
+std::string SavePicture(Bitmap& bitmap, const std::filesystem::path& folder, const std::string& name);
+
 // True when both display the same pixels: bit by bit above 8 bits, by the colours of the palettes below.
 bool SamePixels(Bitmap& a, Bitmap& b);
 

@@ -1,4 +1,5 @@
-// vexa convert and vexa crop: a file into storage of the engine, page by page, and out again, whole or in part.
+// vexa convert and vexa crop: a file into storage of the engine, page by page, and out again, whole or in part, as it
+// was or in another depth.
 #include "codecs/error.h"
 #include "vexa/commands.h"
 #include "vexa/progress_bar.h"
@@ -23,8 +24,8 @@ int Convert(const ConvertOptions& options) {
   const auto [first, count] = SelectPages(options, format, input);
 
   Survey survey(format, options.storage);
-  if (count > 1 && !options.area) survey.AddCanvas(input);
-  for (int32_t page = first; page < first + count; ++page) survey.Add(input, page, options.area);
+  if (count > 1 && !options.changes.area) survey.AddCanvas(input);
+  for (int32_t page = first; page < first + count; ++page) survey.Add(input, page, options.changes);
 
   Output output(options.output, format);
   output.Begin(survey.Whole());
@@ -32,7 +33,7 @@ int Convert(const ConvertOptions& options) {
   for (int32_t page = first; page < first + count; ++page) {
     Bitmap bitmap;
     input.Read(page, options.storage, bitmap, progress);
-    if (options.area) input.AboutPage(page, [&] { CropTo(*options.area, options.storage, bitmap); });
+    input.AboutPage(page, [&] { ChangePage(options.changes, options.storage, bitmap, progress); });
     output.Write(bitmap, progress);
   }
   output.Finish();

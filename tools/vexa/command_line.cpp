@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "codecs/error.h"
+#include "codecs/palettefile.h"
 #include "vexa/commands.h"
 #include "vexa/system.h"
 
@@ -99,6 +100,71 @@ struct StorageArguments {
   }
 };
 
+// Another depth for the pages, of convert and crop.
+struct DepthArguments {
+  std::string order, dither, palette;
+  int32_t bits = 0, colors = 0;
+  std::vector<const CLI::Option*> details;  // that mean something beside --bits
+  const CLI::Option *bitsOption = nullptr, *colorsOption = nullptr;
+
+  void AddTo(CLI::App& command) {
+    const std::string group = "Depth";
+    bitsOption = command.add_option("--bits", bits,
+                                    "Bits of a pixel in OUT: 1 to 8, 12, 16, 24, 32, 48 or 64; otherwise as in IN");
+    const CLI::Option* orderOption = command.add_option(
+        "--order", order, "The samples: rgb, bgr or gray; otherwise gray where IN is gray, and for 1 bit");
+    const CLI::Option* ditherOption = command.add_option(
+        "--dither", dither,
+        "How up to 8 bits are dithered: " + DitherNames() +
+            "; otherwise floyd-steinberg, but none for gray of more than 16 levels. What is held exactly is not");
+    const CLI::Option* paletteOption = command.add_option(
+        "--palette", palette,
+        "Colours of up to 8 bits: fixed, optimized for the picture, or a FILE with a palette (a picture or a palette "
+        "file); otherwise IN's own where it fits, else optimized");
+    colorsOption = command.add_option("--colors", colors, "Most colours of an optimized palette, or levels of gray");
+    details = {orderOption, ditherOption, paletteOption, colorsOption};
+    for (CLI::Option* option : command.get_options())
+      if (option == bitsOption || std::find(details.begin(), details.end(), option) != details.end())
+        option->group(group);
+  }
+
+  std::optional<DepthChoice> Choice() const {
+    for (const CLI::Option* option : details)
+      if (option->count() > 0 && bitsOption->count() == 0) throw UsageError(option->get_name() + " goes with --bits");
+    if (bitsOption->count() == 0) return {};
+    DepthChoice choice;
+    choice.bits = bits;
+    choice.samples = Samples();
+    choice.method = dither.empty() ? -1 : DitherMethodOfName(dither);
+    if (choice.method < 0 && !dither.empty())
+      throw UsageError("there is no dithering '" + dither + "'; known are " + DitherNames());
+    if (colorsOption->count() > 0 && colors < 1) throw UsageError("colours are counted from 1");
+    choice.colors = colors;
+    ChoosePalette(&choice);
+    CheckChoice(choice);
+    return choice;
+  }
+
+ private:
+  DepthChoice::Samples Samples() const {
+    using Samples = DepthChoice::Samples;
+    if (order.empty()) return Samples::kUsual;
+    if (order == "rgb") return Samples::kRgb;
+    if (order == "bgr") return Samples::kBgr;
+    if (order == "gray") return Samples::kGray;
+    throw UsageError("there is no order '" + order + "'; known are rgb, bgr, gray");
+  }
+
+  void ChoosePalette(DepthChoice* choice) const {
+    using Palette = DepthChoice::Palette;
+    if (palette.empty()) return;
+    choice->palette = palette == "fixed"       ? Palette::kFixed
+                      : palette == "optimized" ? Palette::kOptimized
+                                               : Palette::kGiven;
+    if (choice->palette == Palette::kGiven) choice->given = LoadPalette(palette);
+  }
+};
+
 std::string VersionLine() {
   const uint32_t version = V_GetVersion();
   std::string line = "vexa " + std::to_string(version >> 16) + "." + std::to_string(version >> 8 & 255) + "." +
@@ -152,8 +218,9 @@ class InfoCommand : public Command {
 class ConvertCommand : public Command {
  public:
   ConvertCommand(CLI::App& app, bool crops) {
-    CLI::App* command = crops ? Add(app, "crop", "Cut a rectangle out of an image file")
-                              : Add(app, "convert", "Convert an image file, exactly, pixel for pixel");
+    CLI::App* command =
+        crops ? Add(app, "crop", "Cut a rectangle out of an image file")
+              : Add(app, "convert", "Convert an image file, exactly, pixel for pixel, or to another depth");
     command->add_option("IN", options_.input, "The file to read")->required();
     command->add_option("OUT", options_.output, "The file to write; its extension names the format")->required();
     if (crops)
@@ -164,21 +231,29 @@ class ConvertCommand : public Command {
           ->required();
     AddFormat(options_.format);
     page_ = command->add_option("--page", options_.page, "The page to take, from 1; otherwise all, or the first");
+    depth_.AddTo(*command);
     storage_.AddTo(*command);
     command->footer(
         crops ? "Examples:\n  vexa crop photo.jpg face.png --rect 120,80,200,240\n"
                 "  vexa crop scan.tif title.tif --rect 0,0,2480,600 --page 1\n"
                 "What lies outside the page is left off. Each page is cropped as convert writes it: a frame of an\n"
-                "animation is a picture of its own. Depth, palette and resolution stay, and so does the way the rows\n"
-                "are stored, where OUT's format can say it. OUT may be IN."
+                "animation is a picture of its own. Palette and resolution stay, and so do the depth, unless --bits\n"
+                "changes it as convert does, and the way the rows are stored, where OUT's format can say it. OUT may\n"
+                "be IN."
               : "Examples:\n  vexa convert photo.png photo.tif\n  vexa convert animation.gif frame.png --page 3\n"
                 "  vexa convert big.ppm big.tif --storage tiled --tile-size 4M\n"
                 "  vexa convert big.ppm big.png --memory-limit 64M\n"
-                "OUT may be IN. A format that cannot hold the image's depth is refused; JPEG loses detail.");
+                "  vexa convert photo.png small.png --bits 4 --dither stucki\n"
+                "  vexa convert photo.png fax.tif --bits 1\n"
+                "OUT may be IN. A format that cannot hold the image's depth is refused; JPEG loses detail.\n"
+                "Transparency that a depth from --bits cannot hold is laid over the background colour, which is white\n"
+                "unless a PNG file names one: (sample * alpha + background * (full - alpha) + full / 2) / full, in\n"
+                "integers, full being 255 or 65535. Each page gets a palette of its own.");
   }
   int Run() override {
     if (page_->count() > 0 && options_.page < 1) throw UsageError("pages are counted from 1");
-    if (!area_.empty()) options_.area = ParseArea(area_);
+    if (!area_.empty()) options_.changes.area = ParseArea(area_);
+    options_.changes.depth = depth_.Choice();
     options_.storage = storage_.Choice();
     return Convert(options_);
   }
@@ -186,8 +261,32 @@ class ConvertCommand : public Command {
  private:
   ConvertOptions options_;
   std::string area_;
+  DepthArguments depth_;
   StorageArguments storage_;
   const CLI::Option* page_ = nullptr;
+};
+
+class PaletteCommand : public Command {
+ public:
+  explicit PaletteCommand(CLI::App& app) {
+    CLI::App* palette = Add(app, "palette", "Say what a palette holds, draw it, or write it to a palette file");
+    palette->add_option("FILE", options_.file, "A picture with a palette, or a palette file")->required();
+    palette->add_option("--page", options_.page, "The page of the picture, from 1");
+    palette->add_option("--show", options_.show, "Draw the colours, in rows, to this picture");
+    palette->add_option("--export", options_.exportation, "Write the palette to this palette file");
+    palette->footer(
+        "Examples:\n  vexa palette photo.gif\n  vexa palette photo.gif --show colours.png --export photo.gpl\n"
+        "  vexa convert other.png other.gif --bits 8 --palette photo.gpl\n"
+        "A palette file is the text form that palette editors read: a header line, then 'RED GREEN BLUE NAME' a\n"
+        "line, each from 0 to 255.");
+  }
+  int Run() override {
+    if (options_.page < 1) throw UsageError("pages are counted from 1");
+    return ShowPalette(options_);
+  }
+
+ private:
+  PaletteOptions options_;
 };
 
 constexpr char kListStorage[] = "otherwise supercompressed where the depth allows it, or the engine decides by a limit";
@@ -261,19 +360,21 @@ class JoinCommand : public Command {
 }  // namespace
 
 int RunCommandLine(const std::vector<std::string>& arguments) {
-  CLI::App app("Looks at image files, converts and crops them, and splits and joins their pages.", "vexa");
+  CLI::App app("Looks at image files and palettes, converts and crops, and splits and joins pages.", "vexa");
   app.require_subcommand(1);
   app.allow_windows_style_options(false);  // a path may start with a slash on every system
   app.set_version_flag("--version", VersionLine());
   app.footer(
       "Examples:\n  vexa info photo.jpg\n  vexa convert scan.tif page.png --page 2\n"
-      "  vexa crop photo.jpg face.png --rect 120,80,200,240\n  vexa pages split scan.tif page-{}.png\n"
+      "  vexa convert photo.jpg photo.gif --bits 8\n  vexa crop photo.jpg face.png --rect 120,80,200,240\n"
+      "  vexa palette photo.gif --show colours.png\n  vexa pages split scan.tif page-{}.png\n"
       "'vexa COMMAND --help' says more about a command.");
 
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(std::make_unique<InfoCommand>(app));
   commands.push_back(std::make_unique<ConvertCommand>(app, false));
   commands.push_back(std::make_unique<ConvertCommand>(app, true));
+  commands.push_back(std::make_unique<PaletteCommand>(app));
   CLI::App* pages = app.add_subcommand("pages", "List, split or join the pages of documents and animations");
   pages->require_subcommand(1);
   pages->footer(

@@ -24,8 +24,15 @@ struct ConvertOptions {
   std::string output;
   std::string format;  // of the output; empty: by its extension
   int32_t page = 0;    // from 1; 0: all, or the first where the format has one page
-  std::optional<Area> area;
+  PageChanges changes;
   StorageChoice storage;
+};
+
+struct PaletteOptions {
+  std::string file;
+  int32_t page = 1;
+  std::string show;         // the picture to write; empty: none
+  std::string exportation;  // the palette file to write; empty: none
 };
 
 struct PageRange {
@@ -50,6 +57,7 @@ struct JoinOptions {
 
 int Info(const InfoOptions& options);
 int Convert(const ConvertOptions& options);
+int ShowPalette(const PaletteOptions& options);
 int ListPages(const std::string& path);
 int SplitPages(const SplitOptions& options);
 int JoinPages(const JoinOptions& options);

@@ -60,29 +60,41 @@ void Input::Close() {
   file_.Close();
 }
 
-void CropTo(const Area& area, const StorageChoice& storage, Bitmap& bitmap) {
-  bitmap.Crop(StoredRectangle(bitmap, ClippedArea(bitmap, area)), StorageRequest(storage));
-  bitmap.Record().Left = bitmap.Record().Top = 0;
+void ChangePage(const PageChanges& changes, const StorageChoice& storage, Bitmap& bitmap, Progress& progress) {
+  // The change is that of the description, which a crop does not touch: it is known before the first row is read.
+  const std::optional<DepthChange> depth =
+      changes.depth ? std::optional<DepthChange>(std::in_place, *changes.depth, bitmap) : std::nullopt;
+  if (changes.area) {
+    bitmap.Crop(StoredRectangle(bitmap, ClippedArea(bitmap, *changes.area)), StorageRequest(storage));
+    bitmap.Record().Left = bitmap.Record().Top = 0;
+  }
+  if (depth) depth->Apply(bitmap, storage, progress);
 }
 
-void Survey::Add(Input& input, int32_t page, const std::optional<Area>& area) {
-  Bitmap bitmap;
+void Survey::Add(Input& input, int32_t page, const PageChanges& changes) {
+  Bitmap bitmap, result;
   input.Describe(page, bitmap);
   input.AboutPage(page, [&] {
-    RequireHolding(format_, bitmap);
     RequireStorageHolds(storage_, bitmap);
     const View view(bitmap);
-    const RECT kept = area ? ClippedArea(bitmap, *area) : RECT{0, 0, view.width, view.height};
+    const bool cropped = changes.area.has_value();
+    const RECT kept = cropped ? ClippedArea(bitmap, *changes.area) : RECT{0, 0, view.width, view.height};
     const RECT stored = StoredRectangle(bitmap, kept);
-    const int32_t left = area ? 0 : bitmap.Record().Left, top = area ? 0 : bitmap.Record().Top;
-    const int32_t width = kept.right - kept.left, height = kept.bottom - kept.top;
     const int32_t rows = stored.bottom - stored.top;
-    ++document_.pages;
-    document_.canvasWidth = std::max(document_.canvasWidth, left + width);
-    document_.canvasHeight = std::max(document_.canvasHeight, top + height);
-    document_.pixelBytes +=
-        uint64_t{PackedBytes(stored.right - stored.left, bitmap.Bits())} * static_cast<uint64_t>(rows);
     work_ += int64_t{bitmap.Height()} + rows;
+    if (changes.depth) {
+      const DepthChange depth(*changes.depth, bitmap);
+      work_ += depth.Work(rows);
+      depth.DescribeResult(bitmap, result);
+    }
+    const Bitmap& written = changes.depth ? result : bitmap;
+    RequireHolding(format_, written);
+    const int32_t left = cropped ? 0 : bitmap.Record().Left, top = cropped ? 0 : bitmap.Record().Top;
+    ++document_.pages;
+    document_.canvasWidth = std::max(document_.canvasWidth, left + static_cast<int32_t>(kept.right - kept.left));
+    document_.canvasHeight = std::max(document_.canvasHeight, top + static_cast<int32_t>(kept.bottom - kept.top));
+    document_.pixelBytes +=
+        uint64_t{PackedBytes(stored.right - stored.left, written.Bits())} * static_cast<uint64_t>(rows);
   });
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "codecs/codec.h"
+#include "codecs/depth.h"
 #include "codecs/error.h"
 #include "codecs/storage.h"
 #include "vexa/output_file.h"
@@ -20,6 +21,12 @@ struct Area {
   int32_t top = 0;
   int32_t width = 0;
   int32_t height = 0;
+};
+
+// What is done to each page between reading and writing: first cropped, then brought to another depth.
+struct PageChanges {
+  std::optional<Area> area;
+  std::optional<DepthChoice> depth;
 };
 
 // A file that pages come from.
@@ -59,21 +66,21 @@ class Input {
   std::unique_ptr<Reader> reader_;  // behind the file that it reads
 };
 
-// Cuts a picture down to the area, and takes its place in an animation from it. Nothing left is an Error.
-void CropTo(const Area& area, const StorageChoice& storage, Bitmap& bitmap);
+// Changes a page that has been read. What is cropped has no place in an animation any more.
+void ChangePage(const PageChanges& changes, const StorageChoice& storage, Bitmap& bitmap, Progress& progress);
 
-// Looks at the pages of one output: can its format and their storage hold them, and how large is the whole?
+// Looks at the pages of one output: can its format and their storage hold them, changed, and how large is the whole?
 class Survey {
  public:
   Survey(const Format& format, const StorageChoice& storage) : format_(format), storage_(storage) {
     document_.pages = 0;
   }
 
-  void Add(Input& input, int32_t page, const std::optional<Area>& area = {});  // cropped to an area
+  void Add(Input& input, int32_t page, const PageChanges& changes = {});
   void AddCanvas(Input& input) { input.Canvas(&document_); }
 
   const Document& Whole() const { return document_; }
-  int64_t Work() const { return work_; }  // rows to read and to write
+  int64_t Work() const { return work_; }  // rows to read, to change and to write
 
  private:
   const Format& format_;
