@@ -1,10 +1,9 @@
-// Single pixels and the nearest palette entry.
+// Single pixels.
 //
 // A pixel function finds the stored pixel of a displayed position and knows every depth; the limit beside it copies the
 // pixel's bytes from a known address.
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "common.h"
 
@@ -78,53 +77,6 @@ Contest AgainstCopy(int32_t bits, bool put, void (*ours)(Image&)) {
   return {[=] { ours(*image); }, [=] { CopyPixels(*image, bits, put); }, kPixels};
 }
 
-// --- the nearest entry of a palette ---
-
-std::vector<RGBQUAD> ScatteredPalette() {
-  std::vector<RGBQUAD> palette(256);
-  uint32_t seed = 12345;
-  for (RGBQUAD& entry : palette) {
-    seed = seed * 1664525 + 1013904223;
-    entry = {static_cast<uint8_t>(seed >> 24), static_cast<uint8_t>(seed >> 16), static_cast<uint8_t>(seed >> 8), 0};
-  }
-  return palette;
-}
-
-// Calls `find` with colours from all over the cube; the sum of what it finds keeps the calls alive.
-constexpr int kSearches = 512;
-template <typename F>
-void SearchColors(F find) {
-  uint32_t sum = 0;
-  for (uint32_t i = 0; i < kSearches; ++i) sum += find(i * 37 & 255, i * 91 & 255, i * 153 & 255);
-  Keep(sum);
-}
-
-uint32_t PlainSearch(const std::vector<RGBQUAD>& palette, uint32_t red, uint32_t green, uint32_t blue) {
-  uint32_t best = 0, nearest = 0xFFFFFFFF;
-  for (uint32_t i = 0; i < palette.size(); ++i) {
-    const auto r = static_cast<int32_t>(red) - palette[i].rgbRed, g = static_cast<int32_t>(green) - palette[i].rgbGreen,
-               b = static_cast<int32_t>(blue) - palette[i].rgbBlue;
-    const auto distance = static_cast<uint32_t>(r * r + g * g + b * b);
-    if (distance < nearest) nearest = distance, best = i;
-  }
-  return best;
-}
-
-template <typename F>
-Contest NearestAgainst(const std::vector<RGBQUAD>& palette, F other) {
-  return {[=] {
-            SearchColors([&](uint32_t r, uint32_t g, uint32_t b) {
-              return V_FindPaletteIndex(palette.data(), static_cast<uint32_t>(palette.size()), r, g, b);
-            });
-          },
-          [=] { SearchColors(other); }, kSearches};
-}
-
-Contest NearestAgainstPlain() {
-  const auto palette = ScatteredPalette();
-  return NearestAgainst(palette, [=](uint32_t r, uint32_t g, uint32_t b) { return PlainSearch(palette, r, g, b); });
-}
-
 // --- peers ---
 
 #ifdef VEXABENCH_LEPTONICA
@@ -142,18 +94,6 @@ Contest AgainstLeptonica(int32_t bits, bool put, void (*ours)(Image&)) {
           kPixels};
 }
 
-Contest NearestAgainstLeptonica() {
-  const auto palette = ScatteredPalette();
-  const std::shared_ptr<PIXCMAP> map(pixcmapCreate(8), [](PIXCMAP* m) { pixcmapDestroy(&m); });
-  for (const RGBQUAD& entry : palette) pixcmapAddColor(map.get(), entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
-  return NearestAgainst(palette, [=](uint32_t r, uint32_t g, uint32_t b) {
-    l_int32 index = 0;
-    pixcmapGetNearestIndex(map.get(), static_cast<l_int32>(r), static_cast<l_int32>(g), static_cast<l_int32>(b),
-                           &index);
-    return static_cast<uint32_t>(index);
-  });
-}
-
 void RegisterLeptonica() {
   for (const int32_t bits : {1, 8, 32}) {
     const std::string depth = ", " + std::to_string(bits) + "-bit";
@@ -162,7 +102,6 @@ void RegisterLeptonica() {
     Compare("put pixel data" + depth, "Leptonica pixSetPixel", kNoGoal,
             [=] { return AgainstLeptonica(bits, true, PutData); });
   }
-  Compare("nearest of 256 colours", "Leptonica pixcmapGetNearestIndex", kNoGoal, NearestAgainstLeptonica);
 }
 #else
 void RegisterLeptonica() {}
@@ -182,7 +121,6 @@ void RegisterFamily() {
   }
   // At 8 bits the search for the nearest entry would be nearly all of it.
   Compare("put pixel colour, 24-bit", "memcpy", kNoGoal, [] { return AgainstCopy(24, true, PutColor); });
-  Compare("nearest of 256 colours", "plain loop", kNoGoal, NearestAgainstPlain);
   RegisterLeptonica();
 }
 
