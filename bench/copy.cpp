@@ -118,8 +118,8 @@ uint32_t NextIndex(uint32_t index, uint32_t count) {
 }
 
 void RegisterLists() {
-  static constexpr uint32_t kItems = 100000, kShort = 1000;
-  Compare("append 100 000 list items", "as many in lists of 1000", TimesAtMost(2), [] {
+  static constexpr uint32_t kItems = 100000, kShort = 25000;
+  Compare("append 100 000 list items", "as many in lists of 25 000", TimesAtMost(4), [] {
     return Contest{[] {
                      HBITMAPLIST list = nullptr;
                      FillList(&list, kItems);

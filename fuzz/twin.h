@@ -49,7 +49,7 @@ inline void Arm(Input& input) {
   trouble = {};
   platform::FailCall(0, false);
   const uint32_t choice = input.Below(16);
-  if (choice < 3) platform::FailCall(1 + input.Below(choice == 0 ? 4 : 30), input.OneIn(2));
+  if (choice < 3) platform::FailCall(1 + input.Below(choice < 2 ? 2 : 30), input.OneIn(2));
   if (choice == 3) trouble.hostCalls = 1 + input.Below(6);
   if (choice == 4 || choice == 5) trouble.steps = 1 + input.Below(choice == 4 ? 8 : 120);
   V_SetCopyStatusCallBack(trouble.steps > 0 ? Trouble::OnStep : nullptr, &trouble, nullptr, nullptr);

@@ -23,6 +23,8 @@ struct RowTable {        // the block pointers follow it
   uint8_t* row;     // and a packed row
 };
 
+constexpr uint64_t kPointerBytes = sizeof(void*);
+
 RowBlock** BlocksOf(RowTable* table) noexcept { return reinterpret_cast<RowBlock**>(table + 1); }
 
 RowTable* TableOf(const BITMAPHANDLE& bitmap) noexcept {
@@ -75,7 +77,7 @@ void FreeTable(RowTable* table) noexcept {
 
 int32_t AllocateRows(BITMAPHANDLE& bitmap, const AllocationContext&) noexcept {
   const uint64_t count = BlocksFor(bitmap.Height);
-  auto* table = reinterpret_cast<RowTable*>(AllocateZeroed<uint8_t>(sizeof(RowTable) + count * sizeof(RowBlock*)));
+  auto* table = reinterpret_cast<RowTable*>(AllocateZeroed<uint8_t>(sizeof(RowTable) + count * kPointerBytes));
   if (!table) return kNoMemory;
   table->blockCount = count;
   if (!MakeWorkSpace(*table, bitmap)) {
@@ -206,7 +208,7 @@ int32_t GrowRows(BITMAPHANDLE& bitmap, RowTable* table, int32_t newHeight) noexc
   if (last && !grown) return kNoMemory;
   last = grown;
   if (count == oldCount) return kSuccess;
-  const uint64_t bytes = sizeof(RowTable) + count * sizeof(RowBlock*);
+  const uint64_t bytes = sizeof(RowTable) + count * kPointerBytes;
   auto* moved = static_cast<RowTable*>(platform::System().reallocate(table, bytes));
   if (!moved) return kNoMemory;
   std::fill(BlocksOf(moved) + oldCount, BlocksOf(moved) + count, nullptr);

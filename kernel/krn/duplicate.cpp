@@ -56,6 +56,7 @@ int32_t CopyTables(BITMAPHANDLE& dst, const BITMAPHANDLE& src) noexcept {
 int32_t CopyDepthAttributes(BITMAPHANDLE& dst, BITMAPHANDLE& src) noexcept {
   dst.Order = src.Order;
   V_TRY(V_CopyGrayParams(&dst, &src));
+  dst.nColors = src.nColors;
   if (src.pPalette) V_TRY(V_CopyBitmapPalette(&dst, &src));
   return CopyTables(dst, src);
 }

@@ -79,8 +79,13 @@ int32_t V_TrimBitmapHeap(RowBlock& block) noexcept {
   uint64_t needed = 0;
   for (uint64_t i = 0; i < block.slots; ++i)
     if (slots[i].record) needed += RoomFor(RecordBytes(slots[i].record));
-  HeapChunk* chunk = needed > 0 ? MakeChunk(needed, nullptr) : nullptr;
-  if (needed > 0 && !chunk) return kNoMemory;
+  if (needed == 0) {
+    FreeChunks(block.heap->newest);
+    *block.heap = {};
+    return kSuccess;
+  }
+  HeapChunk* chunk = MakeChunk(needed, nullptr);
+  if (!chunk) return kNoMemory;
   for (uint64_t i = 0; i < block.slots; ++i) {
     RowSlot& slot = slots[i];
     if (!slot.record) continue;
