@@ -202,9 +202,10 @@ void ToRgb16(uint8_t* destination, const uint8_t* source, size_t pixels, const C
 template <Layout To>
 constexpr PairPlan PlanJoin(int chunk) {
   constexpr PixelBytes kTo = BytesOf(To);
+  constexpr int kBytes = kTo.bytes > 0 ? kTo.bytes : 1;
   PairPlan plan{};
   for (int i = 0; i < 64; ++i) {
-    const int at = 64 * chunk + i, pixel = at / kTo.bytes, byte = at % kTo.bytes;
+    const int at = 64 * chunk + i, pixel = at / kBytes, byte = at % kBytes;
     for (int c = 0; c < 4; ++c)
       if (kTo.at[c] == byte) plan.index[i] = static_cast<uint8_t>((2 * pixel + c % 2 + 64 * (c / 2)) % 128);
   }
