@@ -141,6 +141,20 @@ void Count(const std::string& operation, const std::string& unit, double limit,
   });
 }
 
+void Contend(const std::string& operation, const std::string& other,
+             const std::function<std::pair<double, double>()>& measure) {
+  Register(operation + " | " + other, 1, [=](benchmark::State& state) {
+    state.SetLabel(other);
+    for ([[maybe_unused]] auto iteration : state) {
+      const double start = Now();
+      const auto [ours, theirs] = measure();
+      state.SetIterationTime(Now() - start);
+      state.counters["count"] = ours;
+      state.counters["goal_count"] = theirs;
+    }
+  });
+}
+
 std::string SizeName(uint64_t bytes) {
   if (bytes >= 1u << 20) return std::to_string(bytes >> 20) + " MB";
   if (bytes >= 1u << 10) return std::to_string(bytes >> 10) + " KB";

@@ -11,6 +11,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "vexakrn.h"
 
@@ -39,6 +40,10 @@ void Compare(const std::string& operation, const std::string& other, Goal goal, 
 
 // Adds a count, such as page faults, with the most it may be. The result is the median of a few.
 void Count(const std::string& operation, const std::string& unit, double limit, const std::function<double()>& measure);
+
+// Adds a contest of two figures that are no times, ours first: the lower wins.
+void Contend(const std::string& operation, const std::string& other,
+             const std::function<std::pair<double, double>()>& measure);
 
 // Defined by each family.
 void RegisterFamily();

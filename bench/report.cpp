@@ -98,6 +98,8 @@ std::string Time(double ns) {
   return Format("%.*f %s", ns < 10 ? 2 : ns < 100 ? 1 : 0, ns, units[unit]);
 }
 
+std::string Figure(double count) { return Format("%.*f", count == std::floor(count) ? 0 : 1, count); }
+
 std::string Ratio(double ratio) { return Format("%.*f", ratio < 10 ? 2 : 1, ratio); }
 
 std::string RatioText(const Result& result) {
@@ -106,7 +108,7 @@ std::string RatioText(const Result& result) {
 }
 
 std::string GoalText(const Result& result) {
-  if (result.goalCount) return Format("%.0f", *result.goalCount);
+  if (result.goalCount) return Figure(*result.goalCount);
   if (result.goalRatio) return Ratio(*result.goalRatio);
   return result.goalExtraNs ? Format("%+.0f ns", *result.goalExtraNs) : "";
 }
@@ -127,7 +129,7 @@ void PrintTable(const std::vector<Family>& families) {
         std::printf("%-44s broke off: %s\n", r.operation.c_str(), r.error.c_str());
         continue;
       }
-      const std::string time = r.count ? Format("%.0f", *r.count) : Time(r.oursNs);
+      const std::string time = r.count ? Figure(*r.count) : Time(r.oursNs);
       const std::string other = r.count ? r.other : Format("%10s  %s", Time(r.otherNs).c_str(), r.other.c_str());
       std::printf(kLine, r.operation.c_str(), time.c_str(), other.c_str(), RatioText(r).c_str(), GoalText(r).c_str(),
                   VerdictText(r.Judge()));

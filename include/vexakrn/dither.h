@@ -60,12 +60,21 @@ enum VexaColorResOptions {
   V_ColorResFavorPureColors = 64 /* an optimised palette keeps pure black, white and primary colours that occur */
 };
 
-/* Changes the number of bits per pixel, and with it palette and order: up to 8 bits to a palette of `colors` entries (0:
- * as many as fit), dithered by the source's DitherMethod; deeper results get the source's order, Bgr when it has none;
- * 0 bits means 8 bits of gray. `dst` null or `src`: in place, in storage of the source's kind. The calling thread's
- * status callback hears of it after each row.
- * Returns 1; -13 null or contradicting arguments; -2 unallocated source; -789 bad size; -27 unsupported depth; -1 no
- * memory; a callback's own code. On failure both bitmaps are as they were. */
+/* Changes the number of bits per pixel, and with it palette and order. Up to 8 bits the result has a palette of `colors`
+ * entries (0: as many as fit) and its pixels are dithered by the source's DitherMethod. Deeper results are converted and
+ * get the source's order where their depth can have it, else Bgr; alpha that is new is opaque. 0 bits mean 8 bits with a
+ * gray palette, converted. Without a choice of palette it is the given one, or without one the fixed one.
+ *
+ * `dst` null or `src`: in place, keeping the record's size. Otherwise `dst`, whose old content does not matter, becomes a
+ * record of `structSize` bytes. The result lies in storage of the source's kind, where the depth can; it takes over what
+ * does not depend on the pixel format (an index in Background or Transparency becomes what shows the same colour), of
+ * the same depth beyond 8 bits everything. In place overlays stay; regions, callbacks and a running pass do not go along.
+ * `matchTable` is that of V_StartDitheringExt, or null. The calling thread's status callback is called with 0 before the
+ * first row and whenever the percentage of rows done has changed; a result other than 1 ends the call.
+ *
+ * Returns 1; -13 a null source, contradicting or unknown options, a missing palette, or more colours than fit; -2
+ * unallocated source; -789 bad size; -27 unsupported depth; -1 no memory; the callback's own code; those of allocation
+ * and of rows. On failure both bitmaps are as they were. */
 V_API int32_t V_CALL V_ColorResBitmap(BITMAPHANDLE* src, BITMAPHANDLE* dst, uint32_t structSize, int32_t bitsPerPixel,
                                       uint32_t options, const RGBQUAD* palette, uint32_t* matchTable,
                                       int32_t colors) V_NOEXCEPT;

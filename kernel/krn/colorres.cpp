@@ -8,8 +8,10 @@
 #include "common/progress.h"
 #include "krn/access.h"
 #include "krn/alloc.h"
+#include "krn/colorvalue.h"
 #include "krn/convert.h"
 #include "krn/dither.h"
+#include "krn/duplicate.h"
 #include "krn/quantize.h"
 #include "krn/replace.h"
 #include "krn/rowview.h"
@@ -52,7 +54,7 @@ int32_t ResultOrder(const BITMAPHANDLE& src, int32_t bits) noexcept {
   if (bits == 12) return V_OrderGray;
   switch (src.Order) {
     case V_OrderGray:
-      return bits == 16 && src.BitsPerPixel > 8 ? V_OrderGray : V_OrderBgr;
+      return bits == 16 ? V_OrderGray : V_OrderBgr;
     case V_OrderRomm:
       return bits == 24 || bits == 48 ? V_OrderRomm : V_OrderBgr;
     case V_OrderRgb565:
@@ -88,9 +90,13 @@ ConversionRequest Conversion(const BITMAPHANDLE& src, const RGBQUAD* palette, co
   request.source.palette = palette;
   request.destination = to;
   request.color = 0xFF000000;  // opaque where alpha is new
-  request.flags = V_ConvertAlphaInit | (HasBitRange(src) ? uint32_t{V_ConvertSourceUseBits} : 0u);
-  request.lowBit = HasBitRange(src) ? src.LowBit : -1;
-  request.highBit = HasBitRange(src) ? src.HighBit : -1;
+  request.flags = V_ConvertAlphaInit;
+  request.lowBit = request.highBit = -1;
+  if (HasBitRange(src) && to.bits != src.BitsPerPixel) {  // the same depth keeps its range
+    request.flags |= V_ConvertSourceUseBits;
+    request.lowBit = src.LowBit;
+    request.highBit = src.HighBit;
+  }
   return request;
 }
 
@@ -155,61 +161,6 @@ int32_t ChoosePalette(BITMAPHANDLE* bitmaps, uint32_t count, const Request& requ
 }
 
 // --- rows ------------------------------------------------------------------------------------------------------------------
-
-// Rows of the result: in place where they lie in memory, else in a buffer from which they are put.
-class RowBlockWriter {
- public:
-  RowBlockWriter(BITMAPHANDLE& bitmap, int32_t rows) noexcept : bitmap_(bitmap), rows_(rows) {}
-
-  // Room for the rows from `row` on, a pitch apart.
-  uint8_t* Room(int32_t row, int32_t count) noexcept {
-    const RowSpan span = RowsInMemory(bitmap_, row);
-    inPlace_ = span.data && span.rows >= count;
-    if (inPlace_) return span.data;
-    if (!buffer_) buffer_.Reset(AllocateZeroed<uint8_t>(uint64_t{bitmap_.BytesPerLine} * static_cast<uint32_t>(rows_)));
-    return buffer_.data();
-  }
-
-  int32_t Put(int32_t row, int32_t count) noexcept {
-    for (int32_t i = 0; !inPlace_ && i < count; ++i) {
-      const uint8_t* line = buffer_.data() + uint64_t{bitmap_.BytesPerLine} * static_cast<uint32_t>(i);
-      const int64_t put = PutRowPart(bitmap_, line, {row + i, 0, bitmap_.BytesPerLine});
-      if (put < 0) return static_cast<int32_t>(put);
-      if (static_cast<uint64_t>(put) < bitmap_.BytesPerLine) return kNoMemory;
-    }
-    return kSuccess;
-  }
-
- private:
-  BITMAPHANDLE& bitmap_;
-  const int32_t rows_;
-  Buffer<uint8_t> buffer_;
-  bool inPlace_ = false;
-};
-
-// Rows of the source, several at once.
-class RowBlockReader {
- public:
-  RowBlockReader(BITMAPHANDLE& bitmap, int32_t rows) noexcept : bitmap_(bitmap), rows_(rows) {}
-
-  int32_t Rows(int32_t row, int32_t count, const uint8_t** data) noexcept {
-    const RowSpan span = RowsInMemory(bitmap_, row);
-    *data = span.data;
-    if (span.data && span.rows >= count) return kSuccess;
-    const uint64_t pitch = bitmap_.BytesPerLine;
-    if (!buffer_) buffer_.Reset(AllocateArray<uint8_t>(pitch * static_cast<uint32_t>(rows_)));
-    if (!buffer_) return kNoMemory;
-    *data = buffer_.data();
-    for (int32_t i = 0; i < count; ++i)
-      V_TRY(GetWholeRowPart(bitmap_, buffer_.data() + pitch * static_cast<uint32_t>(i), {row + i, 0, pitch}));
-    return kSuccess;
-  }
-
- private:
-  BITMAPHANDLE& bitmap_;
-  const int32_t rows_;
-  Buffer<uint8_t> buffer_;
-};
 
 // Calls `work(source, destination, count)` for blocks of at most `most` rows.
 template <typename Work>
@@ -291,9 +242,12 @@ int32_t DitherRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const Request& request,
                            request.matchTable};
   DitherContext* context = nullptr;
   V_TRY(StartPass(pass, &context));
+  constexpr uint64_t kMostBytes = 16u << 20;  // of buffers, for rows that do not lie in memory
   const uint64_t from = src.BytesPerLine, to = dst.BytesPerLine;
+  const auto lines =
+      static_cast<int32_t>(std::clamp<uint64_t>(kMostBytes / std::max<uint64_t>(from + to, 1), 1, kDitherLines));
   const int32_t status =
-      ForRows(src, dst, kDitherLines, progress, [&](const uint8_t* source, uint8_t* room, int32_t count) noexcept {
+      ForRows(src, dst, lines, progress, [&](const uint8_t* source, uint8_t* room, int32_t count) noexcept {
         return DitherNextLines(*context, source, from, room, to, count);
       });
   StopPass(context);
@@ -315,14 +269,30 @@ uint32_t ResultMemory(const BITMAPHANDLE& src, int32_t bits) noexcept {
   }
 }
 
+// The record of a result, not allocated: of the same depth beyond palettes it keeps all that goes with its pixels.
+int32_t InitResult(BITMAPHANDLE& made, BITMAPHANDLE& src, uint32_t structSize, int32_t bits) noexcept {
+  if (bits > 8 && bits == src.BitsPerPixel)
+    return V_DupBitmapNewDim(&made, &src, structSize, src.Width, src.Height, bits);
+  V_TRY(InitOtherFormat(&made, src, structSize, src.Width, src.Height, bits));
+  if (bits > 8) made.Order = ResultOrder(src, bits);
+  return kSuccess;
+}
+
+// An index of the source's palette becomes what shows the same colour.
+int32_t FrameColor(BITMAPHANDLE& made, BITMAPHANDLE& src, int32_t color) noexcept {
+  const auto value = static_cast<uint32_t>(color);
+  return KindOf(value) == ColorKind::Index ? static_cast<int32_t>(V_TranslateBitmapColor(&made, &src, value)) : color;
+}
+
 int32_t FillResult(BITMAPHANDLE& made, BITMAPHANDLE& src, const Request& request, const ResultPalette& palette,
                    Progress& progress) noexcept {
-  made.Order = request.bits <= 8 ? 0 : ResultOrder(src, request.bits);
   if (request.gray) {
     V_TRY(V_CreateBitmapGrayPalette(&made));
   } else if (request.bits <= 8) {
     V_TRY(V_SetBitmapNewPalette(&made, palette.entries, palette.colors));
   }
+  made.Background = FrameColor(made, src, src.Background);
+  made.Transparency = FrameColor(made, src, src.Transparency);
   V_TRY(AllocateBitmap(made, ResultMemory(src, request.bits), nullptr, ThreadTileSettings()));
   if (request.gray) return ConvertRows(src, made, {8, V_OrderGray, nullptr, nullptr}, progress);
   if (request.bits > 8) return ConvertRows(src, made, {request.bits, made.Order, nullptr, nullptr}, progress);
@@ -333,7 +303,7 @@ int32_t FillResult(BITMAPHANDLE& made, BITMAPHANDLE& src, const Request& request
 // Makes a bitmap of `src` in the new format; an empty record after a failure.
 int32_t MakeResult(BITMAPHANDLE& made, BITMAPHANDLE& src, uint32_t structSize, const Request& request,
                    const ResultPalette& palette, Progress& progress) noexcept {
-  int32_t status = V_DupBitmapNewDim(&made, &src, structSize, src.Width, src.Height, request.bits);
+  int32_t status = InitResult(made, src, structSize, request.bits);
   if (status == kSuccess) {
     status = FillResult(made, src, request, palette, progress);
     if (status != kSuccess) V_FreeBitmap(&made);

@@ -50,9 +50,7 @@ int32_t MoveInMemory(BITMAPHANDLE& dst, BITMAPHANDLE& src, int32_t row, int32_t 
 int32_t MoveRow(BITMAPHANDLE& dst, RowReader& reader, int32_t row) noexcept {
   const uint8_t* line = nullptr;
   V_TRY(reader.Row(row, &line));
-  const int64_t put = PutRowPart(dst, line, {row, 0, dst.BytesPerLine});
-  if (put < 0) return static_cast<int32_t>(put);
-  return static_cast<uint64_t>(put) >= dst.BytesPerLine ? kSuccess : kNoMemory;
+  return PutWholeRowPart(dst, line, {row, 0, dst.BytesPerLine});
 }
 
 int32_t MoveRows(BITMAPHANDLE& dst, BITMAPHANDLE& src, Progress& progress) noexcept {

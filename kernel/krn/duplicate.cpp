@@ -1,4 +1,6 @@
 // Records made after another one.
+#include "krn/duplicate.h"
+
 #include <cstring>
 
 #include "common/buffer.h"
@@ -65,6 +67,14 @@ constexpr uint32_t kDepthFlags = V_FlagSigned | V_FlagUseLUT | V_FlagUsePaintLUT
 
 }  // namespace
 
+int32_t InitOtherFormat(BITMAPHANDLE* dst, const BITMAPHANDLE& src, uint32_t structSize, int32_t width, int32_t height,
+                        int32_t bitsPerPixel) noexcept {
+  V_TRY(V_InitBitmap(dst, structSize, width, height, bitsPerPixel));
+  CopyPlainAttributes(*dst, src);
+  dst->Flags &= ~kDepthFlags;
+  return kSuccess;
+}
+
 }  // namespace vexakrn
 
 using namespace vexakrn;
@@ -74,12 +84,9 @@ int32_t V_CALL V_DupBitmapNewDim(BITMAPHANDLE* dst, BITMAPHANDLE* src, uint32_t 
   if (!dst || !src || dst == src) return kInvalidParameter;
   V_TRY(CheckRecord(src));
   const int32_t depth = bitsPerPixel == 0 ? src->BitsPerPixel : bitsPerPixel;
+  if (depth != src->BitsPerPixel) return InitOtherFormat(dst, *src, structSize, width, height, depth);
   V_TRY(V_InitBitmap(dst, structSize, width, height, depth));
   CopyPlainAttributes(*dst, *src);
-  if (depth != src->BitsPerPixel) {
-    dst->Flags &= ~kDepthFlags;
-    return kSuccess;
-  }
   const int32_t status = CopyDepthAttributes(*dst, *src);
   if (status != kSuccess) V_FreeBitmap(dst);
   return status;

@@ -6,6 +6,7 @@
 #include "common/perspective.h"
 #include "common/record.h"
 #include "krn/access.h"
+#include "krn/colorvalue.h"
 #include "krn/rowcol.h"
 #include "vexakrn/palette.h"
 
@@ -66,8 +67,6 @@ class Pixel {
 struct Color {  // 0 to 255 each
   uint32_t red, green, blue;
 };
-
-enum ColorKind : uint32_t { kPlain = 0x00, kIndex = 0x01, kGray = 0x04 };
 
 uint32_t Luminance(const Color& c) noexcept { return (2 * c.red + 5 * c.green + c.blue + 4) >> 3; }
 
@@ -157,16 +156,17 @@ uint64_t RawOf(const BITMAPHANDLE& bitmap, const Color& c, uint64_t old) noexcep
 
 // The raw value that a colour value of any kind stands for.
 int32_t RawOfValue(const BITMAPHANDLE& bitmap, uint32_t value, uint64_t old, uint64_t* raw) noexcept {
-  const Color plain{value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF};
-  switch (value >> 24) {
-    case kPlain:
-      *raw = RawOf(bitmap, plain, old);
+  switch (KindOf(value)) {
+    case ColorKind::Plain:
+      *raw = RawOf(bitmap, {value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF}, old);
       return kSuccess;
-    case kGray:
-      *raw = RawOf(bitmap, {plain.green, plain.green, plain.green}, old);
+    case ColorKind::Gray: {
+      const uint32_t level = GrayLevelOf(value);
+      *raw = RawOf(bitmap, {level, level, level}, old);
       return kSuccess;
-    case kIndex: {
-      const uint32_t index = value & 0xFFFF;
+    }
+    case ColorKind::Index: {
+      const uint32_t index = IndexOf(value);
       if (bitmap.BitsPerPixel > 8) {  // an index means nothing to a deeper pixel but the entry's colour
         *raw = RawOf(bitmap, PaletteColor(bitmap, index), old);
         return kSuccess;
@@ -174,9 +174,8 @@ int32_t RawOfValue(const BITMAPHANDLE& bitmap, uint32_t value, uint64_t old, uin
       *raw = index;
       return index >> bitmap.BitsPerPixel == 0 ? kSuccess : kInvalidParameter;
     }
-    default:
-      return kInvalidParameter;
   }
+  return kInvalidParameter;
 }
 
 // --- the opening that all four functions share ---

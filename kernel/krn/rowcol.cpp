@@ -22,6 +22,12 @@ int64_t Put(BITMAPHANDLE* bitmap, const void* buffer, const RowPart& part, const
   return PutRowPart(*bitmap, buffer, part);
 }
 
+// The status of a transfer of `count` bytes that moved so many, or failed.
+int32_t WholeStatus(int64_t moved, uint64_t count) noexcept {
+  if (moved < 0) return static_cast<int32_t>(moved);
+  return static_cast<uint64_t>(moved) >= count ? kSuccess : kNoMemory;
+}
+
 }  // namespace
 
 int32_t CheckRowCall(const BITMAPHANDLE* bitmap, const void* buffer, const char* name) noexcept {
@@ -62,9 +68,11 @@ int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part
 }
 
 int32_t GetWholeRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept {
-  const int64_t got = GetRowPart(bitmap, buffer, part);
-  if (got < 0) return static_cast<int32_t>(got);
-  return static_cast<uint64_t>(got) >= part.count ? kSuccess : kNoMemory;
+  return WholeStatus(GetRowPart(bitmap, buffer, part), part.count);
+}
+
+int32_t PutWholeRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part) noexcept {
+  return WholeStatus(PutRowPart(bitmap, buffer, part), part.count);
 }
 
 }  // namespace vexakrn

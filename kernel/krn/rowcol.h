@@ -21,8 +21,9 @@ int32_t CheckRowCall(const BITMAPHANDLE* bitmap, const void* buffer, const char*
 int64_t GetRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept;
 int64_t PutRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part) noexcept;
 
-// Gets exactly `part.count` bytes: fewer are a failure. Returns a status.
+// Move exactly `part.count` bytes: fewer are a failure. Return a status.
 int32_t GetWholeRowPart(BITMAPHANDLE& bitmap, void* buffer, const RowPart& part) noexcept;
+int32_t PutWholeRowPart(BITMAPHANDLE& bitmap, const void* buffer, const RowPart& part) noexcept;
 
 }  // namespace vexakrn
 

@@ -1,4 +1,4 @@
-// Rows of a bitmap to read from: in place where they lie in memory, else through a row buffer.
+// Rows of a bitmap to read from and to write to: in place where they lie in memory, else through a row buffer.
 #ifndef VEXAKRN_KRN_ROWVIEW_H
 #define VEXAKRN_KRN_ROWVIEW_H
 
@@ -56,6 +56,60 @@ class RowReader {
   const uint64_t bytes_, room_;
   const bool copies_;
   Buffer<uint8_t> line_;
+};
+
+// Reads several rows at once, each of the bitmap's row length: in place where they lie in memory.
+class RowBlockReader {
+ public:
+  RowBlockReader(BITMAPHANDLE& bitmap, int32_t rows) noexcept : bitmap_(bitmap), rows_(rows) {}
+
+  // At most `rows` rows from `row` on, a row length apart; valid until the next call, or the bitmap is used otherwise.
+  int32_t Rows(int32_t row, int32_t count, const uint8_t** data) noexcept {
+    const RowSpan span = RowsInMemory(bitmap_, row);
+    *data = span.data;
+    if (span.data && span.rows >= count) return kSuccess;
+    const uint64_t pitch = bitmap_.BytesPerLine;
+    if (!buffer_) buffer_.Reset(AllocateArray<uint8_t>(pitch * static_cast<uint32_t>(rows_)));
+    if (!buffer_) return kNoMemory;
+    *data = buffer_.data();
+    for (int32_t i = 0; i < count; ++i)
+      V_TRY(GetWholeRowPart(bitmap_, buffer_.data() + pitch * static_cast<uint32_t>(i), {row + i, 0, pitch}));
+    return kSuccess;
+  }
+
+ private:
+  BITMAPHANDLE& bitmap_;
+  const int32_t rows_;
+  Buffer<uint8_t> buffer_;
+};
+
+// Writes several rows at once: in place where they lie in memory, else by way of a buffer.
+class RowBlockWriter {
+ public:
+  RowBlockWriter(BITMAPHANDLE& bitmap, int32_t rows) noexcept : bitmap_(bitmap), rows_(rows) {}
+
+  // Room for at most `rows` rows from `row` on, a row length apart; null without memory.
+  uint8_t* Room(int32_t row, int32_t count) noexcept {
+    const RowSpan span = RowsInMemory(bitmap_, row);
+    inPlace_ = span.data && span.rows >= count;
+    if (inPlace_) return span.data;
+    if (!buffer_) buffer_.Reset(AllocateZeroed<uint8_t>(uint64_t{bitmap_.BytesPerLine} * static_cast<uint32_t>(rows_)));
+    return buffer_.data();
+  }
+
+  // Puts what was written there.
+  int32_t Put(int32_t row, int32_t count) noexcept {
+    const uint64_t pitch = bitmap_.BytesPerLine;
+    for (int32_t i = 0; !inPlace_ && i < count; ++i)
+      V_TRY(PutWholeRowPart(bitmap_, buffer_.data() + pitch * static_cast<uint32_t>(i), {row + i, 0, pitch}));
+    return kSuccess;
+  }
+
+ private:
+  BITMAPHANDLE& bitmap_;
+  const int32_t rows_;
+  Buffer<uint8_t> buffer_;
+  bool inPlace_ = false;
 };
 
 }  // namespace vexakrn

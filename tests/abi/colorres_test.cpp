@@ -1,0 +1,333 @@
+// Whole bitmaps to another depth: the pixels against those of the line functions, palettes, records, failures.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <tuple>
+
+#include "support/nearestentry.h"
+#include "support/random.h"
+#include "support/settings.h"
+#include "support/storage.h"
+
+namespace vexatest {
+namespace {
+
+constexpr int32_t kWidth = 37, kHeight = 70;  // more rows than are dithered at a time
+
+using Pixels = std::vector<uint8_t>;
+using Palette = std::vector<RGBQUAD>;
+
+Palette PaletteOf(BITMAPHANDLE* bitmap) { return {bitmap->pPalette, bitmap->pPalette + bitmap->nColors}; }
+
+auto Components(const RGBQUAD& entry) { return std::tuple(entry.rgbRed, entry.rgbGreen, entry.rgbBlue); }
+
+bool SameColors(const Palette& a, const Palette& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](const RGBQUAD& x, const RGBQUAD& y) { return Components(x) == Components(y); });
+}
+
+// Random rows with zeros behind the last pixel.
+Pixels Picture(BITMAPHANDLE* bitmap, uint64_t seed) {
+  Pixels pixels = Random(seed).Bytes(size_t{bitmap->BytesPerLine} * kHeight);
+  for (size_t row = 0; row < kHeight; ++row)
+    EXPECT_EQ(
+        V_PadPixelData(pixels.data() + row * bitmap->BytesPerLine, kWidth, bitmap->BitsPerPixel, bitmap->BytesPerLine),
+        1);
+  return pixels;
+}
+
+// The result's rows as the line functions make them from the same source.
+Pixels ByLines(BITMAPHANDLE* source, BITMAPHANDLE* result) {
+  const Pixels pixels = ReadPixels(source);
+  Pixels expected(size_t{result->BytesPerLine} * kHeight);
+  const bool dithers = result->BitsPerPixel <= 8;
+  if (dithers) {
+    EXPECT_EQ(V_StartDitheringExt(source, result->pPalette, static_cast<uint32_t>(result->nColors),
+                                  static_cast<uint32_t>(result->BitsPerPixel), nullptr),
+              1);
+  }
+  Pixels line(V_CalcConvertSize(kWidth, source->BitsPerPixel, kWidth, result->BitsPerPixel));
+  for (size_t row = 0; row < kHeight; ++row) {
+    const uint8_t* from = pixels.data() + row * source->BytesPerLine;
+    uint8_t* to = expected.data() + row * result->BytesPerLine;
+    if (dithers) {
+      EXPECT_EQ(V_DitherLine(source, from, to), 1);
+      continue;
+    }
+    std::copy(from, from + source->BytesPerLine, line.begin());
+    EXPECT_EQ(V_ConvertBufferExt(line.data(), kWidth, source->BitsPerPixel, result->BitsPerPixel, source->Order,
+                                 result->Order, source->pPalette, nullptr, V_ConvertAlphaInit, -1, -1),
+              1);
+    std::copy_n(line.begin(), result->BytesPerLine, to);
+    EXPECT_EQ(V_PadPixelData(to, kWidth, result->BitsPerPixel, result->BytesPerLine), 1);
+  }
+  if (dithers) {
+    EXPECT_EQ(V_StopDithering(source), 1);
+  }
+  return expected;
+}
+
+Pixels Padded(BITMAPHANDLE* bitmap) {
+  Pixels pixels = ReadPixels(bitmap);
+  for (size_t row = 0; row < kHeight; ++row)
+    V_PadPixelData(pixels.data() + row * bitmap->BytesPerLine, kWidth, bitmap->BitsPerPixel, bitmap->BytesPerLine);
+  return pixels;
+}
+
+TEST(ColorRes, EveryStorageGivesThePixelsOfTheLineFunctions) {
+  for (const StorageKind& kind : kStorageKinds)
+    for (const uint32_t layout : kLayouts) {
+      if (layout == kOlderLayout && !kind.InOlderLayout()) continue;
+      for (const int32_t from : {1, 8, 16, 24, 64})
+        for (const int32_t to : {1, 3, 8, 12, 16, 24, 32, 48}) {
+          if (!kind.Holds(from)) continue;
+          const std::string name = std::string(kind.name) + " " + std::to_string(from) + " to " + std::to_string(to);
+          SCOPED_TRACE(name);
+          AccountBalance balance;
+          StoredBitmap source(kind, layout, kWidth, kHeight, from, from > 8 ? V_OrderBgr : V_OrderRgb);
+          ASSERT_EQ(source.Status(), 1);
+          source->DitherMethod = to == 8 ? V_DitheringOrdered : V_DitheringJarvis;
+          WritePixels(source, Picture(source, 5));
+          Bitmap apart(layout);
+          const Pixels record = source.Record().Snapshot();
+          ASSERT_EQ(V_ColorResBitmap(source, apart, layout, to, 0, nullptr, nullptr, 0), 1);
+          EXPECT_EQ(source.Record().Snapshot(), record);
+          const Pixels expected = ByLines(source, apart);
+          EXPECT_EQ(Padded(apart), expected);
+          ASSERT_EQ(V_ColorResBitmap(source, nullptr, 0, to, V_ColorResFixedPalette, nullptr, nullptr, 0), 1);
+          EXPECT_EQ(Field(source->BitsPerPixel), to);
+          EXPECT_EQ(Padded(source), expected);
+        }
+    }
+}
+
+// A picture of 24-bit pixels in memory.
+struct ColorPicture {
+  explicit ColorPicture(uint64_t seed = 1) {
+    EXPECT_EQ(bitmap.Create(V_MemoryConventional, kWidth, kHeight, 24, V_OrderBgr), 1);
+    bitmap->DitherMethod = V_DitheringNone;
+    WritePixels(bitmap, Picture(bitmap, seed));
+  }
+  // Few colours, the same in every picture of as many.
+  explicit ColorPicture(const Palette& colors) : ColorPicture() {
+    Random random(colors.size());
+    Pixels pixels(size_t{bitmap->BytesPerLine} * kHeight);
+    for (size_t i = 0; i < size_t{kWidth} * kHeight; ++i) {
+      const RGBQUAD& c = colors[i < colors.size() ? i : random.Below(colors.size())];
+      uint8_t* at = pixels.data() + i / kWidth * bitmap->BytesPerLine + i % kWidth * 3;
+      at[0] = c.rgbBlue, at[1] = c.rgbGreen, at[2] = c.rgbRed;
+    }
+    WritePixels(bitmap, pixels);
+  }
+  RGBQUAD At(size_t x, size_t y) {
+    const uint8_t* at = bitmap->Addr.Windows.pData + y * bitmap->BytesPerLine + 3 * x;
+    return {at[0], at[1], at[2], 0};
+  }
+  Bitmap bitmap;
+};
+
+Palette Scattered(size_t colors) {
+  Random random(9);
+  Palette palette(colors);
+  for (RGBQUAD& entry : palette)
+    entry = {static_cast<uint8_t>(random.Next()), static_cast<uint8_t>(random.Next()),
+             static_cast<uint8_t>(random.Next()), 0};
+  return palette;
+}
+
+TEST(ColorRes, SlowMatchFindsTheNearestEntryOfEachPixel) {
+  ColorPicture picture;
+  for (const size_t colors : {5u, 16u, 200u}) {
+    const Palette palette = Scattered(colors);
+    const int32_t bits = colors <= 8 ? 3 : colors <= 16 ? 4 : 8;
+    Bitmap result;
+    ASSERT_EQ(V_ColorResBitmap(picture.bitmap, result, kCurrentLayout, bits, V_ColorResUsePalette | V_ColorResSlowMatch,
+                               palette.data(), nullptr, static_cast<int32_t>(colors)),
+              1);
+    EXPECT_TRUE(SameColors(PaletteOf(result), palette));
+    const Pixels pixels = ReadPixels(result);
+    for (size_t y = 0; y < kHeight; ++y)
+      for (size_t x = 0; x < kWidth; ++x) {
+        const RGBQUAD c = picture.At(x, y);
+        ASSERT_EQ(PixelAt(pixels.data() + y * result->BytesPerLine, static_cast<int32_t>(x), bits),
+                  NearestEntry(palette, c.rgbRed, c.rgbGreen, c.rgbBlue));
+      }
+  }
+}
+
+// A picture of few colours keeps them all; of many, the palette serves it better than the fixed one does.
+TEST(ColorRes, OptimizedPalettes) {
+  const Palette colors = Scattered(200);
+  ColorPicture few(colors);
+  ASSERT_EQ(V_ColorResBitmap(few.bitmap, nullptr, 0, 8, V_ColorResOptimized, nullptr, nullptr, 0), 1);
+  std::set<std::tuple<uint8_t, uint8_t, uint8_t>> wanted, got;
+  for (const RGBQUAD& c : colors) wanted.insert(Components(c));
+  for (const RGBQUAD& c : PaletteOf(few.bitmap)) got.insert(Components(c));
+  EXPECT_EQ(got, wanted);
+
+  const auto error = [](uint32_t options) {
+    ColorPicture picture;
+    Bitmap result;
+    EXPECT_EQ(V_ColorResBitmap(picture.bitmap, result, kCurrentLayout, 8, options | V_ColorResSlowMatch, nullptr,
+                               nullptr, 64),
+              1);
+    EXPECT_LE(Field(result->nColors), 64);
+    uint64_t sum = 0;
+    for (size_t y = 0; y < kHeight; ++y)
+      for (size_t x = 0; x < kWidth; ++x) {
+        const RGBQUAD was = picture.At(x, y);
+        const RGBQUAD is = result->pPalette[result->Addr.Windows.pData[y * result->BytesPerLine + x]];
+        for (const int d : {was.rgbRed - is.rgbRed, was.rgbGreen - is.rgbGreen, was.rgbBlue - is.rgbBlue})
+          sum += static_cast<uint64_t>(d * d);
+      }
+    return sum;
+  };
+  EXPECT_LT(error(V_ColorResOptimized) * 2, error(V_ColorResFixedPalette));
+
+  Palette pure = Scattered(60);
+  pure[7] = {0, 0, 255, 0}, pure[8] = {255, 255, 255, 0};
+  ColorPicture picture(pure);
+  ASSERT_EQ(V_ColorResBitmap(picture.bitmap, nullptr, 0, 4, V_ColorResOptimized | V_ColorResFavorPureColors, nullptr,
+                             nullptr, 0),
+            1);
+  std::set<std::tuple<uint8_t, uint8_t, uint8_t>> kept;
+  for (const RGBQUAD& c : PaletteOf(picture.bitmap)) kept.insert(Components(c));
+  EXPECT_TRUE(kept.count({255, 0, 0}) && kept.count({255, 255, 255}));
+}
+
+TEST(ColorRes, TheRecordFollowsTheNewFormat) {
+  Bitmap gray;
+  ASSERT_EQ(gray.Create(V_MemoryConventional, kWidth, kHeight, 16, V_OrderGray, V_ViewBottomLeft), 1);
+  WritePixels(gray, Picture(gray, 3));
+  gray->LowBit = 2, gray->HighBit = 11, gray->Delay = 7;
+  const auto expect = [&](int32_t bits, int32_t order, int32_t high) {
+    Bitmap result;
+    ASSERT_EQ(V_ColorResBitmap(gray, result, kCurrentLayout, bits, 0, nullptr, nullptr, 0), 1);
+    EXPECT_EQ(std::tuple(Field(result->Order), Field(result->HighBit)), std::tuple(order, high)) << bits;
+    EXPECT_EQ(std::tuple(Field(result->Delay), Field(result->ViewPerspective)), std::tuple(7, int{V_ViewBottomLeft}));
+    if (bits == 16) {
+      EXPECT_EQ(ReadPixels(result), ReadPixels(gray));  // with its range
+    } else if (bits == 12) {
+      const uint64_t value = PixelAt(gray->Addr.Windows.pData, 3, 16) >> 2 & 0x3FF;
+      EXPECT_EQ(PixelAt(result->Addr.Windows.pData, 3, 12) >> 4, value >> 2);
+    }
+  };
+  expect(16, V_OrderGray, 11);
+  expect(12, V_OrderGray, 11);
+  expect(24, V_OrderBgr, 7);
+  expect(8, V_OrderRgb, 7);
+
+  Bitmap frame;
+  ASSERT_EQ(frame.Create(V_MemoryConventional, 4, 2, 8), 1);
+  ASSERT_EQ(V_CreateBitmapGrayPalette(frame), 1);
+  frame->HighBit = 3, frame->Transparency = 0x01000010, frame->Background = 0x00112233;
+  ASSERT_EQ(V_ColorResBitmap(frame, nullptr, 0, 8, V_ColorResFixedPalette, nullptr, nullptr, 0), 1);
+  EXPECT_EQ(Field(frame->HighBit), 7);
+  EXPECT_EQ(Field(frame->Background), 0x00112233);
+  EXPECT_EQ(static_cast<uint32_t>(frame->Transparency), V_TranslateBitmapColor(frame, nullptr, 0x00101010));
+  ASSERT_EQ(V_ColorResBitmap(frame, nullptr, 0, 16, 0, nullptr, nullptr, 0), 1);
+  EXPECT_EQ(Field(frame->Order), V_OrderBgr);
+  ASSERT_EQ(V_ColorResBitmap(frame, nullptr, 0, 0, 0, nullptr, nullptr, 0), 1);
+  EXPECT_EQ(V_IntIsGrayScaleBitmap(frame, 0), 1);
+}
+
+TEST(ColorRes, RefusesWithoutAChange) {
+  ColorPicture picture;
+  BITMAPHANDLE* const bitmap = picture.bitmap;
+  const Palette palette = Scattered(16);
+  const Pixels pixels = ReadPixels(bitmap), record = picture.bitmap.Snapshot();
+  Bitmap other;
+  const Pixels untouched = other.Snapshot();
+  struct {
+    BITMAPHANDLE *source, *result;
+    uint32_t structSize;
+    int32_t bits;
+    uint32_t options;
+    const RGBQUAD* palette;
+    int32_t colors, status;
+  } const cases[] = {
+      {nullptr, other, kCurrentLayout, 8, 0, nullptr, 0, -13},
+      {bitmap, other, 100, 8, 0, nullptr, 0, -789},
+      {bitmap, other, kCurrentLayout, 9, 0, nullptr, 0, -27},
+      {bitmap, nullptr, 0, -1, 0, nullptr, 0, -27},
+      {bitmap, nullptr, 0, 8, 128, nullptr, 0, -13},
+      {bitmap, nullptr, 0, 8, V_ColorResFixedPalette | V_ColorResOptimized, nullptr, 0, -13},
+      {bitmap, nullptr, 0, 8, V_ColorResUsePalette, nullptr, 16, -13},
+      {bitmap, nullptr, 0, 8, V_ColorResUsePalette, palette.data(), 257, -13},
+      {bitmap, nullptr, 0, 3, V_ColorResUsePalette, palette.data(), 16, -13},
+      {bitmap, nullptr, 0, 8, 0, nullptr, -1, -13},
+      {bitmap, other, kCurrentLayout, 8, V_ColorResIdentity, nullptr, 0, -13},  // it has no palette
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(V_ColorResBitmap(c.source, c.result, c.structSize, c.bits, c.options, c.palette, nullptr, c.colors),
+              c.status)
+        << c.bits << " bits, options " << c.options << ", " << c.colors << " colours";
+    EXPECT_EQ(other.Snapshot(), untouched);
+    EXPECT_EQ(picture.bitmap.Snapshot(), record);
+  }
+  EXPECT_EQ(ReadPixels(bitmap), pixels);
+  other.Init(4, 4, 8);
+  EXPECT_EQ(V_ColorResBitmap(other, nullptr, 0, 1, 0, nullptr, nullptr, 0), -2);
+}
+
+// Refuses at the k-th call.
+struct Refusal {
+  int32_t left;
+  static int32_t V_CALL Call(int32_t, void* self) { return --static_cast<Refusal*>(self)->left == 0 ? -100 : 1; }
+};
+
+TEST(ColorRes, ACancelledCallChangesNothing) {
+  HBITMAPLIST list = nullptr;
+  ASSERT_EQ(V_CreateBitmapList(&list), 1);
+  for (const uint64_t seed : {1u, 2u, 3u}) {
+    ColorPicture picture(seed);
+    ASSERT_EQ(V_InsertBitmapListItem(list, V_LIST_END, picture.bitmap), 1);
+    picture.bitmap->Flags = 0, picture.bitmap->Addr = {};  // the list has the storage now
+  }
+  const auto items = [&] {
+    std::vector<std::pair<int32_t, Pixels>> found;
+    for (uint32_t i = 0; i < 3; ++i) {
+      BITMAPHANDLE item;
+      EXPECT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
+      found.emplace_back(item.BitsPerPixel, ReadPixels(&item));
+    }
+    return found;
+  };
+  const auto before = items();
+  int32_t refused = 0;
+  for (int32_t k = 1;; k += 13) {
+    AccountBalance balance;
+    ColorPicture picture;
+    const Pixels pixels = ReadPixels(picture.bitmap), record = picture.bitmap.Snapshot();
+    Refusal one = {k}, all = {k};
+    V_SetStatusCallBack(&Refusal::Call, &one, nullptr, nullptr);
+    const int32_t status = V_ColorResBitmap(picture.bitmap, nullptr, 0, 8, 0, nullptr, nullptr, 0);
+    V_SetStatusCallBack(&Refusal::Call, &all, nullptr, nullptr);
+    const int32_t listStatus = status == 1 ? -100 : V_ColorResBitmapListExt(list, 8, 2, nullptr, nullptr, 16);
+    V_SetStatusCallBack(nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(listStatus, -100);
+    EXPECT_EQ(items(), before);
+    if (status == 1) break;
+    ++refused;
+    EXPECT_EQ(status, -100);
+    EXPECT_EQ(picture.bitmap.Snapshot(), record);
+    EXPECT_EQ(ReadPixels(picture.bitmap), pixels);
+  }
+  EXPECT_EQ(refused, 6);  // 71 calls: before the first row, and for each
+
+  ASSERT_EQ(V_ColorResBitmapListExt(list, 8, V_ColorResOptimized, nullptr, nullptr, 16), 1);
+  Palette common;
+  for (uint32_t i = 0; i < 3; ++i) {
+    BITMAPHANDLE item;
+    ASSERT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
+    EXPECT_EQ(Field(item.BitsPerPixel), 8);
+    if (common.empty()) common = PaletteOf(&item);
+    EXPECT_TRUE(SameColors(PaletteOf(&item), common)) << "one palette for all";
+  }
+  EXPECT_EQ(V_ColorResBitmapListExt(list, 9, 0, nullptr, nullptr, 0), -27);
+  EXPECT_EQ(V_ColorResBitmapListExt(nullptr, 8, 0, nullptr, nullptr, 0), -13);
+  EXPECT_EQ(V_DestroyBitmapList(list), 1);
+}
+
+}  // namespace
+}  // namespace vexatest
