@@ -17,8 +17,9 @@ V_API RGBQUAD* V_CALL V_CreateFixedPalette(uint32_t bits) V_NOEXCEPT;
  * V_FreeBuffer. Null for bits above 8 and when there is no memory. */
 V_API RGBQUAD* V_CALL V_CreateGrayPalette(uint32_t bits) V_NOEXCEPT;
 
-/* Gives the bitmap a copy of `colors` entries; a null palette or no colours leaves it without one. Returns 1; -13 null
- * record, or more than 256 colours; -789 bad size; -1 no memory (the old palette stays). */
+/* Gives the bitmap a copy of `colors` entries; a null palette (which leaves the colour count as it is) or no colours
+ * leaves it without one. Returns 1; -13 null record, or more than 256 colours; -789 bad size; -1 no memory (the old
+ * palette stays). */
 V_API int32_t V_CALL V_SetBitmapNewPalette(BITMAPHANDLE* bitmap, const RGBQUAD* palette, uint32_t colors) V_NOEXCEPT;
 
 /* Gives `dst` a copy of the palette of `src`, or none when `src` has none. Returns 1; -13 null record; -789 bad size;
@@ -33,7 +34,7 @@ V_API uint32_t V_CALL V_FindPaletteIndex(const RGBQUAD* palette, uint32_t colors
 
 /* Replaces the bitmap's palette by a fixed one of nColors entries. 2 and 4 colours are both taken from the start of one
  * table: four colours become black, white, black, 0x555555. Returns 1; 0 another number of colours (the bitmap is left
- * without a palette); -13 null record; -789 bad size; -1 no memory (without a palette, too). */
+ * without a palette); -13 null record; -789 bad size; -1 no memory (the old palette stays). */
 V_API int32_t V_CALL V_CreateBitmapFixedPalette(BITMAPHANDLE* bitmap) V_NOEXCEPT;
 
 /* Replaces the bitmap's palette by a gray one of 2^bits entries, and sets nColors. Returns 1; -13 null record; -789 bad
@@ -61,8 +62,8 @@ enum VexaGrayscaleMode {
 /* Classifies a palette; -13 null palette or no colours. */
 V_API int32_t V_CALL V_IsGrayScalePalette(const RGBQUAD* palette, uint32_t colors) V_NOEXCEPT;
 
-/* Classifies a bitmap: by its palette up to 8 bits, by its look-up table in gray order. `flags` are reserved, 0.
- * -13 null record; -789 bad size. */
+/* Classifies a bitmap: by the first 2^bits entries of its palette up to 8 bits (None without one), by its look-up table in
+ * gray order, whether that is in use or not. `flags` are reserved, 0. -13 null record; -789 bad size. */
 V_API int32_t V_CALL V_IntIsGrayScaleBitmap(BITMAPHANDLE* bitmap, uint32_t flags) V_NOEXCEPT;
 
 /* The least and the greatest valid gray value, kept beside the pixels of gray bitmaps. Set returns 1; Get returns 1 and
@@ -76,7 +77,9 @@ V_API int32_t V_CALL V_SetBitmapMinMax(BITMAPHANDLE* bitmap, int32_t min, int32_
  * back as it is. */
 V_API uint32_t V_CALL V_TranslateBitmapColor(BITMAPHANDLE* dst, BITMAPHANDLE* src, uint32_t color) V_NOEXCEPT;
 
-/* The plain colour that a value stands for in a bitmap; an index outside its palette comes back as it is. */
+/* The plain colour that a value stands for in a bitmap; an index outside its palette comes back as it is. A gray level in a
+ * gray bitmap whose look-up table is in use becomes the colour of the nearest entry, of the 16-bit table (the high bytes)
+ * where there is no other. */
 V_API uint32_t V_CALL V_GetTrueColorValue(BITMAPHANDLE* bitmap, uint32_t color) V_NOEXCEPT;
 
 /* The bare index of the palette entry that the platform finds nearest to a colour value (plain, of equal distances the

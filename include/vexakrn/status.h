@@ -47,7 +47,7 @@ enum VexaStatus {
 V_API const char* V_CALL V_GetStatusText(int32_t status) V_NOEXCEPT;
 
 /* A progress callback: `percent` runs from 0 to 100. Any result other than 1 stops the running operation, which
- * returns that result unchanged. */
+ * returns that result unchanged. The callback must leave the bitmaps and lists that the operation works on alone. */
 typedef int32_t(V_CALL* STATUSCALLBACK)(int32_t percent, void* userData);
 
 /* Sets the calling thread's status callback; null removes it. The previous pair goes to `oldCallback` and

@@ -10,6 +10,7 @@
 #include "krn/alloc.h"
 #include "krn/colorvalue.h"
 #include "krn/convert.h"
+#include "krn/convertmatch.h"
 #include "krn/dither.h"
 #include "krn/duplicate.h"
 #include "krn/quantize.h"
@@ -64,12 +65,15 @@ int32_t ResultOrder(const BITMAPHANDLE& src, int32_t bits) noexcept {
   }
 }
 
+// Whether samples lie in some of their bits; a range that makes no sense is the whole sample.
 bool HasBitRange(const BITMAPHANDLE& bitmap) noexcept {
-  return bitmap.Order == V_OrderGray && bitmap.BitsPerPixel > 8 && bitmap.HighBit >= bitmap.LowBit;
+  const int32_t bits = bitmap.BitsPerPixel, low = bitmap.LowBit, high = bitmap.HighBit;
+  return (bits == 12 || (bits == 16 && bitmap.Order == V_OrderGray)) && 0 <= low && low <= high && high < bits;
 }
 
 LineFormat FormatOf(const BITMAPHANDLE& bitmap) noexcept {
-  return {bitmap.BitsPerPixel, bitmap.Order, bitmap.pPalette, nullptr};
+  const int32_t order = bitmap.BitsPerPixel == 12 ? int32_t{V_OrderGray} : int32_t{bitmap.Order};
+  return {bitmap.BitsPerPixel, order, bitmap.pPalette, nullptr};
 }
 
 // The source's palette with as many entries as its depth can name, black where it has none.
@@ -107,8 +111,24 @@ struct ResultPalette {
   uint32_t colors;
 };
 
-// Adds the pixels of every `step`-th row.
-int32_t CountColors(BITMAPHANDLE& src, uint64_t step, ColorHistogram& histogram) noexcept {
+// What a histogram gets to see of large pictures: each so many-th row, and pixel of a row.
+struct Sampling {
+  uint64_t rows, columns;
+};
+
+Sampling SamplingOf(const BITMAPHANDLE* bitmaps, uint32_t count) noexcept {
+  const auto most = ColorHistogram::kMostPixels;
+  const auto total = [&](uint64_t step) noexcept {
+    uint64_t pixels = 0;
+    for (uint32_t i = 0; i < count; ++i)
+      pixels += (static_cast<uint32_t>(bitmaps[i].Height) + step - 1) / step * static_cast<uint32_t>(bitmaps[i].Width);
+    return pixels;
+  };
+  const uint64_t step = total(1) / most + 1;
+  return {step, total(step) / most + 1};  // of low pictures all rows may be left
+}
+
+int32_t CountColors(BITMAPHANDLE& src, const Sampling& sampling, ColorHistogram& histogram) noexcept {
   AccessGuard access(src);
   V_TRY(access.Status());
   const FullPalette palette(src);
@@ -117,11 +137,11 @@ int32_t CountColors(BITMAPHANDLE& src, uint64_t step, ColorHistogram& histogram)
   const Buffer<uint8_t> line(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24));
   if (!line) return kNoMemory;
   RowReader reader(src, 0, src.BytesPerLine);
-  for (uint64_t row = 0; row < static_cast<uint32_t>(src.Height); row += step) {
+  for (uint64_t row = 0; row < static_cast<uint32_t>(src.Height); row += sampling.rows) {
     const uint8_t* source = nullptr;
     V_TRY(reader.Row(static_cast<int32_t>(row), &source));
     V_TRY(toColor.Run(line.data(), source, src.Width));
-    histogram.Add(line.data(), static_cast<uint32_t>(src.Width));
+    histogram.Add(line.data(), static_cast<uint32_t>(src.Width), sampling.columns);
   }
   return access.Release();
 }
@@ -130,11 +150,8 @@ int32_t CountColors(BITMAPHANDLE& src, uint64_t step, ColorHistogram& histogram)
 int32_t OptimizePalette(BITMAPHANDLE* bitmaps, uint32_t count, const Request& request, ResultPalette* result) noexcept {
   ColorHistogram histogram;
   V_TRY(histogram.Allocate());
-  uint64_t pixels = 0;
-  for (uint32_t i = 0; i < count; ++i)
-    pixels += static_cast<uint64_t>(bitmaps[i].Width) * static_cast<uint32_t>(bitmaps[i].Height);
-  const uint64_t step = pixels / ColorHistogram::kMostPixels + 1;
-  for (uint32_t i = 0; i < count; ++i) V_TRY(CountColors(bitmaps[i], step, histogram));
+  const Sampling sampling = SamplingOf(bitmaps, count);
+  for (uint32_t i = 0; i < count; ++i) V_TRY(CountColors(bitmaps[i], sampling, histogram));
   const bool pure = (request.options & V_ColorResFavorPureColors) != 0;
   return histogram.MakePalette(request.colors, pure, result->entries, &result->colors);
 }
@@ -195,32 +212,41 @@ int32_t ConvertRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const LineFormat& to, 
   });
 }
 
+// The entries that may be chosen, and which they are.
+struct Candidates {
+  explicit Candidates(const ResultPalette& palette) noexcept {
+    for (uint32_t i = 0; i < palette.colors; ++i) {
+      if ((palette.entries[i].rgbReserved & kBarredBits) != 0) continue;
+      entries[count] = palette.entries[i];
+      index[count++] = static_cast<uint8_t>(i);
+    }
+  }
+  RGBQUAD entries[kMaxColors];
+  uint8_t index[kMaxColors];
+  uint32_t count = 0;
+};
+
 // Each pixel becomes the entry that is exactly nearest.
 int32_t MatchRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const ResultPalette& result, Progress& progress) noexcept {
+  const Candidates candidates(result);
+  if (candidates.count == 0) return kInvalidParameter;
   const FullPalette palette(src);
   LineConversion toColor;
   V_TRY(toColor.Prepare(Conversion(src, palette.get(), {24, V_OrderBgr, nullptr, nullptr})));
   const auto width = static_cast<uint32_t>(src.Width);
   const Buffer<uint8_t> line(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24));
   if (!line) return kNoMemory;
-  const PaletteSearch search(result.entries, result.colors);
-  const int32_t bits = dst.BitsPerPixel;
+  ColorMatch match(candidates.entries, candidates.count);
   return ForRows(src, dst, 1, progress, [&](const uint8_t* source, uint8_t* room, int32_t) noexcept -> int32_t {
     V_TRY(toColor.Run(line.data(), source, static_cast<int32_t>(width)));
-    const auto match = [&](auto put) noexcept {
-      uint32_t last = ~0u, index = 0;
-      for (uint32_t x = 0; x < width; ++x) {
-        const uint8_t* bgr = line.data() + uint64_t{x} * 3;
-        const uint32_t color = bgr[0] | static_cast<uint32_t>(bgr[1]) << 8 | static_cast<uint32_t>(bgr[2]) << 16;
-        if (color != last) index = search.Find(bgr[2], bgr[1], bgr[0]);
-        last = color;
-        put(x, index);
-      }
+    const auto fill = [&](auto put) noexcept {
+      const uint8_t* bgr = line.data();
+      for (uint32_t x = 0; x < width; ++x, bgr += 3) put(x, candidates.index[match.Find(bgr[2], bgr[1], bgr[0])]);
     };
-    const bool packed = WithPacked(bits, [&](auto pixels) {
-      match([&](uint32_t x, uint32_t index) noexcept { decltype(pixels)::Put(room, x, index); });
+    const bool packed = WithPacked(dst.BitsPerPixel, [&](auto pixels) {
+      fill([&](uint32_t x, uint32_t index) noexcept { decltype(pixels)::Put(room, x, index); });
     });
-    if (!packed) match([&](uint32_t x, uint32_t index) noexcept { room[x] = static_cast<uint8_t>(index); });
+    if (!packed) fill([&](uint32_t x, uint32_t index) noexcept { room[x] = static_cast<uint8_t>(index); });
     return kSuccess;
   });
 }
@@ -295,7 +321,7 @@ int32_t FillResult(BITMAPHANDLE& made, BITMAPHANDLE& src, const Request& request
   made.Transparency = FrameColor(made, src, src.Transparency);
   V_TRY(AllocateBitmap(made, ResultMemory(src, request.bits), nullptr, ThreadTileSettings()));
   if (request.gray) return ConvertRows(src, made, {8, V_OrderGray, nullptr, nullptr}, progress);
-  if (request.bits > 8) return ConvertRows(src, made, {request.bits, made.Order, nullptr, nullptr}, progress);
+  if (request.bits > 8) return ConvertRows(src, made, FormatOf(made), progress);
   const bool exact = (request.options & V_ColorResSlowMatch) != 0 && src.DitherMethod == V_DitheringNone;
   return exact ? MatchRows(src, made, palette, progress) : DitherRows(src, made, request, palette, progress);
 }
@@ -330,6 +356,7 @@ int32_t ConvertList(HBITMAPLIST list, BITMAPHANDLE* items, BITMAPHANDLE* made, u
     V_TRY(MakeResult(made[i], items[i], V_BITMAPHANDLE_SIZE, request, palette, progress));
   for (uint32_t i = 0; i < count; ++i) {  // nothing can fail any more
     MoveOverlays(items[i], made[i]);
+    V_SetBitmapListItem(list, i, &items[i]);  // the same item, without them
     V_SetBitmapListItem(list, i, &made[i]);
     made[i] = {};
   }

@@ -85,13 +85,15 @@ uint32_t TranslateIndex(BITMAPHANDLE& dst, const BITMAPHANDLE* src, uint32_t val
   return same ? value : NearestValue(dst, color);
 }
 
-// An index of a palette, or of the look-up table that is in use.
-uint32_t TrueColorOfIndex(const BITMAPHANDLE& bitmap, uint32_t value) noexcept {
-  uint32_t plain = 0;
-  if (EntryColor(&bitmap, IndexOf(value), &plain)) return plain;
-  if (IsPaletteDepth(bitmap.BitsPerPixel)) return value;
-  const GrayTable table = TableOf(bitmap);
-  return IndexOf(value) < table.length ? PlainValue(table.entries[IndexOf(value)]) : kBlack;
+// A gray level shown by the table that is in use, if there is one.
+uint32_t TrueColorOfGray(const BITMAPHANDLE& bitmap, uint32_t level) noexcept {
+  uint32_t color = level * 0x010101;
+  if (const GrayTable table = TableOf(bitmap); table.length != 0) {
+    color = PlainValue(table.entries[NearestInTable(table, level)]);
+  } else {
+    WideTableColor(bitmap, level, &color);
+  }
+  return color;
 }
 
 }  // namespace
@@ -114,11 +116,12 @@ uint32_t V_CALL V_TranslateBitmapColor(BITMAPHANDLE* dst, BITMAPHANDLE* src, uin
 
 uint32_t V_CALL V_GetTrueColorValue(BITMAPHANDLE* bitmap, uint32_t color) noexcept {
   if (CheckRecord(bitmap) != kSuccess) return color;
-  uint32_t plain = 0;
-  if (KindOf(color) == ColorKind::Gray && WideTableColor(*bitmap, GrayLevelOf(color), &plain)) return plain;
+  const bool paletted = IsPaletteDepth(bitmap->BitsPerPixel);
+  if (KindOf(color) == ColorKind::Gray && !paletted) return TrueColorOfGray(*bitmap, GrayLevelOf(color));
   // An index is in the bitmap's terms as it is: translation would make one outside the palette black.
-  const uint32_t own = KindOf(color) == ColorKind::Index ? color : V_TranslateBitmapColor(bitmap, bitmap, color);
-  return KindOf(own) == ColorKind::Index ? TrueColorOfIndex(*bitmap, own) : own;
+  uint32_t own = color, plain = 0;
+  if (KindOf(color) != ColorKind::Index || !paletted) own = V_TranslateBitmapColor(bitmap, bitmap, color);
+  return KindOf(own) == ColorKind::Index && EntryColor(bitmap, IndexOf(own), &plain) ? plain : own;
 }
 
 uint32_t V_CALL V_GetNearestPaletteIndex(BITMAPHANDLE* bitmap, uint32_t color) noexcept {

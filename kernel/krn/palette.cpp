@@ -29,13 +29,15 @@ using namespace vexakrn;
 
 int32_t V_CALL V_CreateBitmapFixedPalette(BITMAPHANDLE* bitmap) noexcept {
   V_TRY(CheckRecord(bitmap));
-  TakePalette(*bitmap, nullptr);
   const auto colors = static_cast<uint32_t>(bitmap->nColors);
   for (uint32_t bits = 1; bits <= 8; ++bits) {
     if (colors != 1u << bits) continue;
-    TakePalette(*bitmap, CopyPalette(FixedPalette(bits == 2 ? 1 : bits), colors));
-    return bitmap->pPalette ? kSuccess : kNoMemory;
+    RGBQUAD* fixed = CopyPalette(FixedPalette(bits == 2 ? 1 : bits), colors);
+    if (!fixed) return kNoMemory;
+    TakePalette(*bitmap, fixed);
+    return kSuccess;
   }
+  TakePalette(*bitmap, nullptr);
   return kFailure;
 }
 
@@ -59,7 +61,7 @@ int32_t V_CALL V_SetBitmapNewPalette(BITMAPHANDLE* bitmap, const RGBQUAD* palett
     if (!copy) return kNoMemory;
   }
   TakePalette(*bitmap, copy);
-  bitmap->nColors = copy ? static_cast<int32_t>(colors) : 0;
+  if (palette) bitmap->nColors = static_cast<int32_t>(colors);
   return kSuccess;
 }
 
@@ -77,12 +79,11 @@ int32_t V_CALL V_PutBitmapColors(BITMAPHANDLE* bitmap, int32_t index, int32_t co
   const int32_t room = bitmap->nColors;
   if (!colors || bitmap->BitsPerPixel > 8 || room > static_cast<int32_t>(kMaxColors)) return kInvalidParameter;
   if (index < 0 || count < 0 || int64_t{index} + count > room) return kInvalidParameter;
-  if (count == 0) return kSuccess;
-  if (!bitmap->pPalette) {
+  if (!bitmap->pPalette && room > 0) {
     bitmap->pPalette = AllocateZeroed<RGBQUAD>(static_cast<uint64_t>(room));
     if (!bitmap->pPalette) return kNoMemory;
   }
-  std::memcpy(bitmap->pPalette + index, colors, static_cast<uint64_t>(count) * sizeof(RGBQUAD));
+  if (count > 0) std::memcpy(bitmap->pPalette + index, colors, static_cast<uint64_t>(count) * sizeof(RGBQUAD));
   return kSuccess;
 }
 

@@ -10,6 +10,8 @@ namespace vexakrn {
 
 inline constexpr uint32_t kMaxColors = 256;
 inline constexpr uint32_t kNoEntry = UINT32_MAX;
+inline constexpr uint8_t kBarredBits =
+    3;  // of an entry's reserved byte: with one of them it is never chosen for a colour
 
 // Whether a bitmap of this depth has a palette.
 inline bool IsPaletteDepth(int32_t bitsPerPixel) noexcept { return bitsPerPixel >= 1 && bitsPerPixel <= 8; }

@@ -106,7 +106,7 @@ Color FromComponents(const BITMAPHANDLE& bitmap, uint32_t c0, uint32_t c1, uint3
 }
 
 Color PaletteColor(const BITMAPHANDLE& bitmap, uint64_t index) noexcept {
-  if (!bitmap.pPalette || index >= static_cast<uint64_t>(bitmap.nColors)) return {0, 0, 0};
+  if (!bitmap.pPalette || static_cast<int64_t>(index) >= bitmap.nColors) return {0, 0, 0};
   const RGBQUAD& entry = bitmap.pPalette[index];
   return {entry.rgbRed, entry.rgbGreen, entry.rgbBlue};
 }

@@ -280,9 +280,11 @@ void ColorHistogram::NoteColor(uint32_t color) noexcept {
   ++distinct_;
 }
 
-void ColorHistogram::Add(const uint8_t* pixels, uint64_t count) noexcept {
+void ColorHistogram::Add(const uint8_t* pixels, uint64_t count, uint64_t step) noexcept {
+  const uint64_t taken = std::min((count + step - 1) / step, room_);
+  room_ -= taken;
   uint32_t last = ~0u;
-  for (uint64_t i = 0; i < count; ++i, pixels += 3) {
+  for (uint64_t i = 0; i < taken; ++i, pixels += 3 * step) {
     const uint32_t blue = pixels[0], green = pixels[1], red = pixels[2], color = red << 16 | green << 8 | blue;
     if (color != last) NoteColor(color);
     last = color;

@@ -13,13 +13,13 @@ namespace vexakrn {
 
 class ColorHistogram {
  public:
-  // More pixels than this must not be added: leave rows out.
+  // So many pixels count; what comes after them is left out.
   static constexpr uint64_t kMostPixels = 1u << 24;
 
   int32_t Allocate() noexcept;  // -1 without memory
 
-  // Adds 24-bit pixels, blue first.
-  void Add(const uint8_t* pixels, uint64_t count) noexcept;
+  // Adds each `step`-th of `count` 24-bit pixels, blue first.
+  void Add(const uint8_t* pixels, uint64_t count, uint64_t step) noexcept;
 
   // Makes at most `colors` (1 to 256) entries; the very colours of the picture when it has no more. With `pure`, black,
   // white and the colours of full and no components keep an entry of their own where they occur. At least one pixel
@@ -41,8 +41,9 @@ class ColorHistogram {
 
   Buffer<Cell> cells_;
   uint32_t seen_[kSlots] = {};  // a colour plus 1 << 24; 0 for none
-  uint32_t distinct_ = 0;       // kMaxColors + 1: too many to list
-  uint32_t pure_ = 0;           // a bit for each pure colour that occurs: index 4 red + 2 green + blue
+  uint64_t room_ = kMostPixels;
+  uint32_t distinct_ = 0;  // kMaxColors + 1: too many to list
+  uint32_t pure_ = 0;      // a bit for each pure colour that occurs: index 4 red + 2 green + blue
 };
 
 }  // namespace vexakrn

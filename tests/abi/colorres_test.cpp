@@ -138,7 +138,11 @@ Palette Scattered(size_t colors) {
 TEST(ColorRes, SlowMatchFindsTheNearestEntryOfEachPixel) {
   ColorPicture picture;
   for (const size_t colors : {5u, 16u, 200u}) {
-    const Palette palette = Scattered(colors);
+    Palette palette = Scattered(colors), allowed;
+    for (size_t i = 0; i < colors; i += 5) palette[i].rgbReserved = static_cast<uint8_t>(1 + i % 3);  // never chosen
+    std::vector<size_t> index;
+    for (size_t i = 0; i < colors; ++i)
+      if (i % 5 != 0) allowed.push_back(palette[i]), index.push_back(i);
     const int32_t bits = colors <= 8 ? 3 : colors <= 16 ? 4 : 8;
     Bitmap result;
     ASSERT_EQ(V_ColorResBitmap(picture.bitmap, result, kCurrentLayout, bits, V_ColorResUsePalette | V_ColorResSlowMatch,
@@ -150,7 +154,7 @@ TEST(ColorRes, SlowMatchFindsTheNearestEntryOfEachPixel) {
       for (size_t x = 0; x < kWidth; ++x) {
         const RGBQUAD c = picture.At(x, y);
         ASSERT_EQ(PixelAt(pixels.data() + y * result->BytesPerLine, static_cast<int32_t>(x), bits),
-                  NearestEntry(palette, c.rgbRed, c.rgbGreen, c.rgbBlue));
+                  index[NearestEntry(allowed, c.rgbRed, c.rgbGreen, c.rgbBlue)]);
       }
   }
 }
@@ -193,6 +197,21 @@ TEST(ColorRes, OptimizedPalettes) {
   std::set<std::tuple<uint8_t, uint8_t, uint8_t>> kept;
   for (const RGBQUAD& c : PaletteOf(picture.bitmap)) kept.insert(Components(c));
   EXPECT_TRUE(kept.count({255, 0, 0}) && kept.count({255, 255, 255}));
+}
+
+// One row of more pixels than are counted: white, but for a few colours in the end.
+TEST(ColorRes, TheCommonColorOfAVastPictureIsKept) {
+  constexpr int32_t kVast = (1 << 24) + 5000;
+  Bitmap bitmap, result;
+  ASSERT_EQ(bitmap.Create(V_MemoryConventional, kVast, 1, 24, V_OrderBgr), 1);
+  bitmap->DitherMethod = V_DitheringNone;
+  Pixels row(bitmap->BytesPerLine, 0xFF);
+  for (size_t i = 0; i < 9000; ++i) row[row.size() - 1 - i] = static_cast<uint8_t>(i * i / 7);
+  WritePixels(bitmap, row);
+  ASSERT_EQ(V_ColorResBitmap(bitmap, result, kCurrentLayout, 4, V_ColorResOptimized | V_ColorResSlowMatch, nullptr,
+                             nullptr, 16),
+            1);
+  EXPECT_EQ(Components(result->pPalette[result->Addr.Windows.pData[0] >> 4]), Components({255, 255, 255, 0}));
 }
 
 TEST(ColorRes, TheRecordFollowsTheNewFormat) {
@@ -315,7 +334,17 @@ TEST(ColorRes, ACancelledCallChangesNothing) {
   }
   EXPECT_EQ(refused, 6);  // 71 calls: before the first row, and for each
 
+  BITMAPHANDLE first;
+  Bitmap small;
+  ASSERT_EQ(small.Create(V_MemoryConventional, 2, 2, 1), 1);
+  BITMAPOVERLAY overlay = {sizeof overlay, 3, 4, 0, small};
+  ASSERT_EQ(V_GetBitmapListItem(list, 0, &first, kCurrentLayout), 1);
+  ASSERT_EQ(V_SetBitmapOverlay(&first, 2, &overlay), 1);
+  ASSERT_EQ(V_SetBitmapListItem(list, 0, &first), 1);
   ASSERT_EQ(V_ColorResBitmapListExt(list, 8, V_ColorResOptimized, nullptr, nullptr, 16), 1);
+  ASSERT_EQ(V_GetBitmapListItem(list, 0, &first, kCurrentLayout), 1);
+  EXPECT_EQ(V_GetBitmapOverlay(&first, 2, &overlay), 1);
+  EXPECT_EQ(overlay.y, 4) << "overlays stay";
   Palette common;
   for (uint32_t i = 0; i < 3; ++i) {
     BITMAPHANDLE item;

@@ -203,8 +203,7 @@ TEST_F(ColorValues, OfGrayBitmapsGoThroughTheTableInUse) {
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0x6300), kIndex | 3)
       << "the later of equals, as both are gray";
   EXPECT_EQ(V_GetTrueColorValue(wide, kGray | 0xC000), 0xC8C8C8u);
-  EXPECT_EQ(V_GetTrueColorValue(wide, kIndex | 1), 0x646464u);
-  EXPECT_EQ(V_GetTrueColorValue(wide, kIndex | 4), 0u);
+  EXPECT_EQ(V_GetTrueColorValue(wide, kIndex | 1), 0u) << "no palette, no colour";
   wide->Flags &= ~uint32_t{V_FlagUseLUT};
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0xC000), 0xC0C0C0u) << "not in use";
   EXPECT_EQ(V_GetTrueColorValue(wide, kGray | 0xC000), 0xC0C0C0u);
