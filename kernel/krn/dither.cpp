@@ -76,8 +76,14 @@ DitherChoice ChoiceOf(PaletteClass paletteClass, bool gray) noexcept {
 
 bool IsGray(const RGBQUAD& entry) noexcept { return entry.rgbRed == entry.rgbGreen && entry.rgbGreen == entry.rgbBlue; }
 
-// The candidates, their search, and the empty table.
-int32_t SetMatches(DitherContext& pass) noexcept {
+// The candidates, their search, and the empty table: entries with colours where errors are diffused, else indices.
+int32_t SetMatches(DitherContext& pass, bool diffuses) noexcept {
+  if (diffuses) {
+    pass.matches.Reset(AllocateArray<uint32_t>(kMatchEntries));
+  } else {
+    pass.matchIndices.Reset(AllocateZeroed<uint16_t>(kMatchEntries));
+  }
+  if (!pass.matches && !pass.matchIndices) return kNoMemory;
   RGBQUAD candidates[kMaxColors];
   for (uint32_t i = 0; i < pass.colors; ++i) {
     if ((pass.palette[i].rgbReserved & 3) != 0) continue;
@@ -86,12 +92,10 @@ int32_t SetMatches(DitherContext& pass) noexcept {
   }
   if (pass.candidateCount == 0) return kInvalidParameter;
   pass.search.Set(candidates, pass.candidateCount);
-  pass.matches.Reset(AllocateArray<uint32_t>(kMatchEntries));
-  if (!pass.matches) return kNoMemory;
   // No entry has index 0 with another colour than the palette has there.
   const uint32_t empty = PaletteBits(pass.palette[0]) ^ 1;
-  std::fill_n(pass.matches.data(), kMatchEntries, empty);
-  pass.choice.matches = {pass.matches.data(), empty, &pass, FindMatch};
+  if (pass.matches) std::fill_n(pass.matches.data(), kMatchEntries, empty);
+  pass.choice.matches = {pass.matches.data(), pass.matchIndices.data(), empty, &pass, FindMatch};
   return kSuccess;
 }
 
@@ -122,7 +126,8 @@ int32_t Open(DitherContext& pass, const DitherRequest& request) noexcept {
   const bool gray = StaysGray(pass);
   pass.components = gray ? 1 : 3;
   pass.choice = ChoiceOf(pass.paletteClass, gray);
-  if (HasTable(pass.paletteClass)) V_TRY(SetMatches(pass));
+  const bool diffuses = request.method >= V_DitheringFloydStein && request.method <= V_DitheringJarvis;
+  if (HasTable(pass.paletteClass)) V_TRY(SetMatches(pass, diffuses));
   pass.whole = pass.paletteClass == PaletteClass::Cube ? pass.colors >= 216 : pass.colors == 1u << BitsFor(pass.colors);
 
   if (request.method < V_DitheringNone || request.method > V_DitheringClustered) return kInvalidParameter;
@@ -131,6 +136,9 @@ int32_t Open(DitherContext& pass, const DitherRequest& request) noexcept {
   if (rows != 0) {
     pass.sums.Reset(AllocateZeroed<int32_t>(rows * (static_cast<uint64_t>(pass.width) + 2 * kDitherMargin)));
     if (!pass.sums) return kNoMemory;
+    const uint64_t errors = static_cast<uint64_t>(pass.width) + 2 * kErrorMargin;
+    pass.errors.Reset(AllocateZeroed<int16_t>(static_cast<uint64_t>(pass.components) * errors));
+    if (!pass.errors) return kNoMemory;
   }
   pass.planes.Reset(AllocateArray<uint8_t>(4 * PlaneBytes(pass) + 64));
   if (!pass.planes) return kNoMemory;
@@ -146,8 +154,17 @@ const uint8_t* ThresholdsOf(const DitherContext& pass) noexcept {
   return pass.method == V_DitheringOrdered ? kOrderedMatrix[row] : kClusteredMatrix[row];
 }
 
-void MapLine(DitherContext& pass, const uint8_t* const planes[3], uint8_t* indices) noexcept {
-  DitherMap map = {&pass.choice, {planes[0], planes[1], planes[2]}, pass.width, ThresholdsOf(pass), nullptr};
+// Whether the mapping without diffusion takes the pixels as they are stored.
+bool MapsPixels(const DitherContext& pass) noexcept {
+  const DitherSource& source = pass.source;
+  return !pass.diffuse && (source.bits == 24 || source.bits == 32) && !IsRomm(source);
+}
+
+void MapLine(const DitherContext& pass, const uint8_t* const planes[3], uint8_t* indices) noexcept {
+  const int32_t pixelBytes = MapsPixels(pass) ? pass.source.bits / 8 : 0;
+  DitherMap map = {
+      &pass.choice,       pass.width, {planes[0], planes[1], planes[2]}, pixelBytes, pass.source.order == V_OrderRgb,
+      ThresholdsOf(pass), nullptr};
   int16_t offsets[8];
   if (map.thresholds) {
     map.offsets = offsets;
@@ -191,7 +208,10 @@ uint32_t FindMatch(void* pass, uint32_t key) noexcept {
     if (context.userMatches) context.userMatches[key] = candidate + 1;
   }
   const uint32_t index = context.candidates[candidate];
-  return context.matches[key] = index << 24 | PaletteBits(context.palette[index]);
+  if (context.matchIndices) context.matchIndices[key] = static_cast<uint16_t>(kFoundIndex | index);
+  const uint32_t entry = index << 24 | PaletteBits(context.palette[index]);
+  if (context.matches) context.matches[key] = entry;
+  return entry;
 }
 
 int32_t StartPass(const DitherRequest& request, DitherContext** pass) noexcept {
@@ -218,14 +238,20 @@ void StopPass(DitherContext* pass) noexcept {
 void DitherNextLine(DitherContext& pass, const uint8_t* source, uint8_t* destination) noexcept {
   uint8_t* const first = pass.planes.data();
   const uint64_t bytes = PlaneBytes(pass);
-  uint8_t* const planes[3] = {first, first + bytes, first + 2 * bytes};
   uint8_t* const indices = pass.destinationBits == 8 ? destination : first + 3 * bytes;
-  const uint8_t* const inPlace[3] = {source, source, source};
-  const bool asItIs = pass.source.identity && pass.components == 1;
-  if (!asItIs) ExpandLine(pass.source, source, pass.width, planes, pass.components);
-  const uint8_t* const* const pixels = asItIs ? inPlace : planes;
-  if (!MapLineToBits(pass, pixels[0], destination)) {
-    (pass.diffuse ? pass.diffuse : MapLine)(pass, pixels, indices);
+  const uint8_t* planes[3] = {source, source, source};  // gray as it is
+  const bool asItIs = MapsPixels(pass) || (pass.source.identity && pass.components == 1);
+  if (!asItIs) {
+    uint8_t* const expanded[3] = {first, first + bytes, first + 2 * bytes};
+    ExpandLine(pass.source, source, pass.width, expanded, pass.components);
+    std::copy_n(expanded, 3, planes);
+  }
+  if (!MapLineToBits(pass, planes[0], destination)) {
+    if (pass.diffuse) {
+      pass.diffuse(pass, planes, indices);
+    } else {
+      MapLine(pass, planes, indices);
+    }
     if (pass.destinationBits != 8) ActiveDitherKernels().pack(indices, pass.width, pass.destinationBits, destination);
   }
   ++pass.line;

@@ -13,184 +13,58 @@ namespace {
 
 // --- operations of the wave ---
 
-// Fills the table's entries for the keys of live lanes that are still empty.
-template <typename Element, int32_t kLanes>
-[[gnu::noinline]] void FillMatches(const DitherMatches& matches, const Element* keys, const Element* live) noexcept {
-  for (int32_t lane = 0; lane < kLanes; ++lane) {
-    const auto key = static_cast<uint32_t>(keys[lane]);
-    if (live[lane] != 0 && matches.entries[key] == matches.empty) matches.find(matches.pass, key);
-  }
-}
-
-// What both lane widths share.
-struct Lanes {
+struct Level {
   using Vector = __m256i;
-  using Count = __m128i;
 
-  static Vector Zero() noexcept { return _mm256_setzero_si256(); }
-  static Vector And(Vector a, Vector b) noexcept { return _mm256_and_si256(a, b); }
-  static Vector Or(Vector a, Vector b) noexcept { return _mm256_or_si256(a, b); }
-  static Vector Keep(Vector mask, Vector a) noexcept { return _mm256_and_si256(mask, a); }
+  static Vector Gather(const uint32_t* entries, Vector keys) noexcept {
+    return _mm256_i32gather_epi32(reinterpret_cast<const int*>(entries), keys, 4);
+  }
   static Vector Select(Vector mask, Vector a, Vector b) noexcept { return _mm256_blendv_epi8(b, a, mask); }
-  static Count CountOf(int32_t shift) noexcept { return _mm_cvtsi32_si128(shift); }
-
+  static bool Any(Vector a) noexcept { return _mm256_testz_si256(a, a) == 0; }
   static void Transpose(uint8_t* to, ptrdiff_t toPitch, const uint8_t* from, ptrdiff_t fromPitch, int32_t rows,
                         int32_t columns) noexcept {
     TransposeAvx2(to, toPitch, from, fromPitch, rows, columns);
   }
+
+ protected:
+  static __m128i High(Vector a) noexcept { return _mm256_extracti128_si256(a, 1); }
+  static __m128i Low(Vector a) noexcept { return _mm256_castsi256_si128(a); }
 };
 
-struct Lanes16 : Lanes {
-  using Element = int16_t;
-  static constexpr int32_t kLanes = 16, kMaxSum = 32767;
-
-  static Vector Load(const Element* from) noexcept { return _mm256_loadu_si256(reinterpret_cast<const Vector*>(from)); }
-  static void Store(Element* to, Vector a) noexcept { _mm256_storeu_si256(reinterpret_cast<Vector*>(to), a); }
+struct Lanes16 : Lanes<Level, int16_t> {
   static Vector LoadBytes(const uint8_t* from) noexcept {
     return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
   }
   static void StoreBytes(uint8_t* to, Vector a) noexcept {
-    const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(a), _mm256_extracti128_si256(a, 1));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(Low(a), High(a)));
   }
-  static Vector Set(int32_t value) noexcept { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
-  static Vector Add(Vector a, Vector b) noexcept { return _mm256_add_epi16(a, b); }
-  static Vector Subtract(Vector a, Vector b) noexcept { return _mm256_sub_epi16(a, b); }
-  static Vector Multiply(Vector a, Vector b) noexcept { return _mm256_mullo_epi16(a, b); }
-  static Vector Min(Vector a, Vector b) noexcept { return _mm256_min_epi16(a, b); }
-  static Vector Max(Vector a, Vector b) noexcept { return _mm256_max_epi16(a, b); }
-  static Vector Greater(Vector a, Vector b) noexcept { return _mm256_cmpgt_epi16(a, b); }
-  static Vector ShiftRightBy(Vector a, Count count) noexcept { return _mm256_srl_epi16(a, count); }
-  template <int kBits>
-  static Vector ShiftRightLogical(Vector a) noexcept {
-    return _mm256_srli_epi16(a, kBits);
-  }
-  template <int kBits>
-  static Vector ShiftLeft(Vector a) noexcept {
-    return _mm256_slli_epi16(a, kBits);
-  }
-  static Vector Times(Vector a, int32_t weight) noexcept { return weight == 1 ? a : Multiply(a, Set(weight)); }
-
-  // Truncates towards zero.
-  template <int32_t kDivisor>
-  static Vector Divide(Vector a) noexcept {
-    const Vector negative = _mm256_srai_epi16(a, 15);
-    if constexpr (kDivisor == 16 || kDivisor == 32) {
-      constexpr int kShift = kDivisor == 16 ? 4 : 5;
-      return _mm256_srai_epi16(Add(a, _mm256_srli_epi16(negative, 16 - kShift)), kShift);
-    } else {
-      // By 2^20 / 42, 2^20 / 48 or 2^22 / 200, rounded up: exact for the sums that there are.
-      constexpr int kShift = kDivisor == 200 ? 6 : 4;
-      constexpr int32_t kFactor = (65536 << kShift) / kDivisor + 1;
-      return Subtract(_mm256_srai_epi16(_mm256_mulhi_epi16(a, Set(kFactor)), kShift), negative);
-    }
-  }
-
-  static int32_t First(Vector a) noexcept { return static_cast<int16_t>(_mm_cvtsi128_si32(_mm256_castsi256_si128(a))); }
+  static Vector Clamped(Vector a) noexcept { return _mm256_min_epi16(_mm256_max_epi16(a, Zero()), Set(255)); }
+  static Vector MultiplyHigh(Vector a, Vector b) noexcept { return _mm256_mulhi_epi16(a, b); }
   // The lanes of `low` from the second one on, then the first one of `high`.
   static Vector Next(Vector low, Vector high) noexcept {
     return _mm256_alignr_epi8(_mm256_permute2x128_si256(low, high, 0x21), low, 2);
   }
-
-  template <int32_t kComponents>
-  static Vector Match(const DitherMatches& matches, Vector key, Vector live, Vector* values) noexcept {
-    const auto* entries = reinterpret_cast<const int*>(matches.entries);
-    const Vector evenKeys = _mm256_and_si256(key, _mm256_set1_epi32(0xFFFF)), oddKeys = _mm256_srli_epi32(key, 16);
-    Vector even = _mm256_i32gather_epi32(entries, evenKeys, 4), odd = _mm256_i32gather_epi32(entries, oddKeys, 4);
-    const Vector empty = _mm256_set1_epi32(static_cast<int>(matches.empty));
-    const Vector missing = _mm256_blend_epi16(_mm256_cmpeq_epi32(even, empty), _mm256_cmpeq_epi32(odd, empty), 0xAA);
-    if (!_mm256_testz_si256(missing, live)) [[unlikely]] {
-      Element keys[kLanes], wanted[kLanes];
-      Store(keys, key);
-      Store(wanted, live);
-      FillMatches<Element, kLanes>(matches, keys, wanted);
-      even = _mm256_i32gather_epi32(entries, evenKeys, 4);
-      odd = _mm256_i32gather_epi32(entries, oddKeys, 4);
-    }
-    const Vector low = _mm256_blend_epi16(even, _mm256_slli_epi32(odd, 16), 0xAA);   // green << 8 | blue
-    const Vector high = _mm256_blend_epi16(_mm256_srli_epi32(even, 16), odd, 0xAA);  // index << 8 | red
-    values[0] = And(high, Set(0xFF));
-    if constexpr (kComponents == 3) {
-      values[1] = ShiftRightLogical<8>(low);
-      values[2] = And(low, Set(0xFF));
-    }
-    return ShiftRightLogical<8>(high);
-  }
 };
 
-struct Lanes32 : Lanes {
-  using Element = int32_t;
-  static constexpr int32_t kLanes = 8, kMaxSum = 51000;
-
-  static Vector Load(const Element* from) noexcept { return _mm256_loadu_si256(reinterpret_cast<const Vector*>(from)); }
-  static void Store(Element* to, Vector a) noexcept { _mm256_storeu_si256(reinterpret_cast<Vector*>(to), a); }
+struct Lanes32 : Lanes<Level, int32_t> {
   static Vector LoadBytes(const uint8_t* from) noexcept {
     return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
   }
   static void StoreBytes(uint8_t* to, Vector a) noexcept {
-    const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(a), _mm256_extracti128_si256(a, 1));
+    const __m128i words = _mm_packus_epi32(Low(a), High(a));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(words, words));
   }
-  static Vector Set(int32_t value) noexcept { return _mm256_set1_epi32(value); }
-  static Vector Add(Vector a, Vector b) noexcept { return _mm256_add_epi32(a, b); }
-  static Vector Subtract(Vector a, Vector b) noexcept { return _mm256_sub_epi32(a, b); }
-  static Vector Multiply(Vector a, Vector b) noexcept { return _mm256_mullo_epi32(a, b); }
-  static Vector Min(Vector a, Vector b) noexcept { return _mm256_min_epi32(a, b); }
-  static Vector Max(Vector a, Vector b) noexcept { return _mm256_max_epi32(a, b); }
-  static Vector Greater(Vector a, Vector b) noexcept { return _mm256_cmpgt_epi32(a, b); }
-  static Vector ShiftRightBy(Vector a, Count count) noexcept { return _mm256_srl_epi32(a, count); }
-  template <int kBits>
-  static Vector ShiftRightLogical(Vector a) noexcept {
-    return _mm256_srli_epi32(a, kBits);
-  }
-  template <int kBits>
-  static Vector ShiftLeft(Vector a) noexcept {
-    return _mm256_slli_epi32(a, kBits);
-  }
-  // Errors and weights fit 16 bits, so a multiplication of pairs does, which is faster than one of 32 bits.
-  static Vector Times(Vector a, int32_t weight) noexcept { return _mm256_madd_epi16(a, Set(weight)); }
-
-  // By 200 alone, by 25 after 8: exact for the sums that there are.
-  template <int32_t kDivisor>
-  static Vector Divide(Vector a) noexcept {
-    static_assert(kDivisor == 200);
-    const Vector eighth = _mm256_srli_epi32(_mm256_abs_epi32(a), 3);
-    return _mm256_sign_epi32(_mm256_srli_epi32(_mm256_madd_epi16(eighth, Set(20972)), 19), a);
-  }
-
-  static int32_t First(Vector a) noexcept { return _mm_cvtsi128_si32(_mm256_castsi256_si128(a)); }
+  static Vector Clamped(Vector a) noexcept { return _mm256_min_epi32(_mm256_max_epi32(a, Zero()), Set(255)); }
+  static Vector MultiplyPairs(Vector a, Vector b) noexcept { return _mm256_madd_epi16(a, b); }
   static Vector Next(Vector low, Vector high) noexcept {
     return _mm256_alignr_epi8(_mm256_permute2x128_si256(low, high, 0x21), low, 4);
   }
-
-  template <int32_t kComponents>
-  static Vector Match(const DitherMatches& matches, Vector key, Vector live, Vector* values) noexcept {
-    const auto* entries = reinterpret_cast<const int*>(matches.entries);
-    Vector match = _mm256_i32gather_epi32(entries, key, 4);
-    const Vector missing = _mm256_cmpeq_epi32(match, _mm256_set1_epi32(static_cast<int>(matches.empty)));
-    if (!_mm256_testz_si256(missing, live)) [[unlikely]] {
-      Element keys[kLanes], wanted[kLanes];
-      Store(keys, key);
-      Store(wanted, live);
-      FillMatches<Element, kLanes>(matches, keys, wanted);
-      match = _mm256_i32gather_epi32(entries, key, 4);
-    }
-    values[0] = And(ShiftRightLogical<16>(match), Set(0xFF));
-    if constexpr (kComponents == 3) {
-      values[1] = And(ShiftRightLogical<8>(match), Set(0xFF));
-      values[2] = And(match, Set(0xFF));
-    }
-    return ShiftRightLogical<24>(match);
-  }
 };
 
-// --- lines ---
+using WaveOps32 = Ops32<Lanes32>;
+using WaveOps16 = Ops16<Lanes16, WaveOps32>;
 
-void Map(const DitherMap& map, uint8_t* indices) noexcept {
-  const DitherRule rule = map.choice->rule;
-  if (rule == DitherRule::Matches || rule == DitherRule::GrayMatches) return MapMatches<Lanes16>(map, indices);
-  (map.thresholds ? MapFixed<true> : MapFixed<false>)(map, indices);
-}
+// --- lines ---
 
 __m256i LoadHalves(const uint8_t* low, const uint8_t* high) noexcept {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(low))),
@@ -239,11 +113,9 @@ void Split4(const uint8_t* pixels, int32_t at, uint8_t* const planes[3]) noexcep
                         _mm256_permutevar8x32_epi32(mixed[plane], order));
 }
 
-void Split(const uint8_t* pixels, int32_t pixelBytes, int32_t count, uint8_t* const planes[3]) noexcept {
-  int32_t x = 0;
-  for (; x + 32 <= count; x += 32, pixels += 32 * pixelBytes) (pixelBytes == 3 ? Split3 : Split4)(pixels, x, planes);
-  uint8_t* const rest[3] = {planes[0] + x, planes[1] + x, planes[2] + x};
-  if (x < count) kDitherKernelsScalar.split(pixels, pixelBytes, count - x, rest);
+void SplitBlock(const uint8_t* pixels, int32_t pixelBytes, uint8_t* const planes[3]) noexcept {
+  for (int32_t x = 0; x < kMapBlock; x += 32, pixels += 32 * pixelBytes)
+    (pixelBytes == 3 ? Split3 : Split4)(pixels, x, planes);
 }
 
 // 32 rows and 16 columns: four rounds of interleaving row i with row i + 8, on rows 0 to 15 in the low and 16 to 31 in the
@@ -316,6 +188,7 @@ void MapBitsAvx2(const uint8_t* pixels, int32_t count, const uint8_t* least, uin
   };
   int32_t x = 0;
   for (; count - x >= 32; x += 32, destination += 4) {
+    __builtin_prefetch(pixels + x + kMapAhead);
     const int bits = map(pixels + x);
     std::memcpy(destination, &bits, sizeof bits);
   }
@@ -334,7 +207,12 @@ void TransposeAvx2(uint8_t* to, ptrdiff_t toPitch, const uint8_t* from, ptrdiff_
       Transpose32x16(to + column * toPitch + row, toPitch, from + row * fromPitch + column, fromPitch);
 }
 
-const DitherKernels kDitherKernelsAvx2 = {
-    Map, PackIndicesAvx2, MapBitsAvx2, Split, DiffuseBand<Lanes16, Lanes32, 64, 32>, 64, 32};
+const DitherKernels kDitherKernelsAvx2 = {Map<SplitBlock>,
+                                          PackIndicesAvx2,
+                                          MapBitsAvx2,
+                                          SplitLine<SplitBlock>,
+                                          DiffuseBand<WaveOps16, WaveOps32, 64, 32>,
+                                          64,
+                                          32};
 
 }  // namespace vexakrn

@@ -42,13 +42,16 @@ struct DitherLevels {
 };
 
 // The 32768 colours of a palette without arithmetic of its own, by the top five bits of red, green and blue. An entry is
-// index << 24 | red << 16 | green << 8 | blue of the palette entry, or `empty` until somebody asks for it.
+// index << 24 | red << 16 | green << 8 | blue of the palette entry, or `empty` until somebody asks for it. Where nothing
+// is diffused the index is all that counts: then half the memory does, for kFoundIndex | index, or 0 for empty.
 struct DitherMatches {
   const uint32_t* entries;
+  const uint16_t* indices;
   uint32_t empty;
   void* pass;
-  uint32_t (*find)(void* pass, uint32_t key) noexcept;  // fills an entry and returns it
+  uint32_t (*find)(void* pass, uint32_t key) noexcept;  // fills an entry, of the table that there is, and returns it
 };
+inline constexpr uint32_t kFoundIndex = 0x100;
 
 // What indices are chosen by.
 struct DitherChoice {
@@ -61,8 +64,10 @@ struct DitherChoice {
 // One line without diffusion.
 struct DitherMap {
   const DitherChoice* choice;
-  const uint8_t* planes[3];
   int32_t count;
+  const uint8_t* planes[3];
+  int32_t pixelBytes;         // 0; or 3 or 4, when planes[0] is a line of such pixels and there are no planes
+  bool redFirst;              // in pixels; else blue
   const uint8_t* thresholds;  // the line's eight matrix values; null without an ordered pattern
   const int16_t* offsets;     // for Cube and Matches: the eight offsets that these become
 };

@@ -1,9 +1,9 @@
 // Diffusion of one line, the definition of all of it: from left to right, each pixel's error is spread over its neighbours.
 //
-// A column's sum of a line below is complete, but for what other lines add, once the pixel `reach` columns further right
-// is done; until then the errors of the last pixels are kept. So each sum is read and written once a line, and what
-// would fall outside the line never exists.
+// Everything waits for what a pixel's left neighbour leaves to it, so nothing else is done on the way: errors are kept, and
+// spread to the lines below when the line is done.
 #include <algorithm>
+#include <bit>
 
 #include "common/status.h"
 #include "krn/ditherpass.h"
@@ -13,52 +13,87 @@ namespace {
 
 constexpr int32_t kLeast = -255, kMost = 510;  // a component with the error that is carried to it
 
+// The sum of both terms through a divisor, truncated towards zero. It is `late` that everything waits for: for powers of
+// two what rounds a negative sum is added before it.
+template <int32_t kDivisor>
+int64_t Truncated(int64_t early, int64_t late) noexcept {
+  if constexpr ((kDivisor & (kDivisor - 1)) != 0) {
+    return (early + late) / kDivisor;
+  } else {
+    constexpr int kShift = std::countr_zero(static_cast<uint32_t>(kDivisor));
+    int64_t up = early + kDivisor - 1;
+    asm("" : "+r"(up));  // a sum of its own, not the other one's
+    int64_t sum = early + late;
+    up += late;
+    asm("" : "+r"(up));  // made in any case, for a choice without a branch: nothing could foresee one
+    if (__builtin_expect_with_probability(sum < 0, 1, 0.5)) sum = up;
+    return sum >> kShift;
+  }
+}
+
 // One component's errors on its way along the line.
 template <int kMethod>
 class Carrier {
  public:
-  Carrier(const DitherContext& pass, int32_t component) noexcept {
-    for (int32_t row = 0; row < kRows; ++row) sums_[row] = SumsOf(pass, component, row);
-  }
+  Carrier(const DitherContext& pass, int32_t component) noexcept
+      : above_(SumsOf(pass, component, 0)), errors_(ErrorsOf(pass, component)) {}
 
-  // What is carried to column `x`. The share of its left neighbour is what everything waits for.
+  // What is carried to column `x`.
   int64_t To(int32_t x) const noexcept {
-    const int64_t others = sums_[0][x] + kKernel.right[1] * last_[1];
-    return (others + share_) / kKernel.divisor;
+    return Truncated<kKernel.divisor>(above_[x] + kKernel.right[1] * beforeLast_, share_);
   }
 
-  // Takes the error of column `x` and the share that the next column has of it, undivided. The line ends with kReach
-  // columns that have none.
+  // Takes the error of column `x` and the share that the next column has of it, undivided.
   void Put(int32_t x, int32_t error, int64_t share) noexcept {
     share_ = share;
-    for (int32_t i = 2 * kReach; i > 0; --i) last_[i] = last_[i - 1];
-    last_[0] = error;
-    const int32_t column = x - kReach;
-    if (column < 0) return;
-    for (int32_t row = 0; row < kRows; ++row) {
-      int32_t sum = row + 1 < kRows ? sums_[row + 1][column] : 0;
-      for (int32_t i = 0; i <= 2 * kReach; ++i)
-        if (kKernel.below[row][3 + i - kReach] != 0) sum += kKernel.below[row][3 + i - kReach] * last_[i];
-      sums_[row][column] = sum;
-    }
+    beforeLast_ = last_;
+    last_ = error;
+    errors_[x] = static_cast<int16_t>(error);
   }
 
-  static constexpr int32_t kReach = kDiffusion[kMethod].reach, kShare = kDiffusion[kMethod].right[0];
+  static constexpr int32_t kShare = kDiffusion[kMethod].right[0];
 
  private:
   static constexpr DiffusionKernel kKernel = kDiffusion[kMethod];
-  static constexpr int32_t kRows = kKernel.rows;
 
-  int32_t* sums_[3];
-  int32_t last_[7] = {};  // the newest first
+  const int32_t* const above_;
+  int16_t* const errors_;
+  int32_t last_ = 0, beforeLast_ = 0;
   int64_t share_ = 0;
 };
 
+// What errors leave at a column, by a row of weights. With every kernel it fits 16 bits, twice as many to a vector.
+template <int kMethod, int32_t kRow>
+int16_t Left(const int16_t* errors, int64_t column) noexcept {
+  constexpr DiffusionKernel kKernel = kDiffusion[kMethod];
+  int16_t left = 0;
+  for (int32_t d = -kKernel.reach; d <= kKernel.reach; ++d)
+    left = static_cast<int16_t>(left + kKernel.below[kRow][3 + d] * errors[column - d]);
+  return left;
+}
+
+// Spreads a line's errors to the lines below, of which the next one is then the first.
+template <int kMethod, int32_t kRow = 0>
+void Spread(const DitherContext& pass, int32_t component) noexcept {
+  const int64_t width = pass.width;
+  const int16_t* const errors = ErrorsOf(pass, component);
+  int32_t* const __restrict sums = SumsOf(pass, component, kRow);
+  if constexpr (kRow + 1 < kDiffusion[kMethod].rows) {
+    const int32_t* const __restrict next = SumsOf(pass, component, kRow + 1);
+    for (int64_t x = 0; x < width; ++x) sums[x] = next[x] + Left<kMethod, kRow>(errors, x);
+    Spread<kMethod, kRow + 1>(pass, component);
+  } else {
+    for (int64_t x = 0; x < width; ++x) sums[x] = Left<kMethod, kRow>(errors, x);
+  }
+}
+
 // --- how a pixel's index is chosen ---
 
-// A component that is wanted, and what becomes of it: its error, and the next column's share of that.
+// What is wanted of a component, its pixel and what is carried to it; and what becomes of it: its error, and the next
+// column's share of that.
 struct Wanted {
-  int64_t value;
+  int32_t pixel;
+  int64_t carried;
   int32_t error;
   int64_t share;
 };
@@ -68,29 +103,36 @@ int32_t Clamped(int64_t value) noexcept {
   const int64_t capped = value > 255 ? 255 : value;
   return static_cast<int32_t>(capped & ~(value >> 63));
 }
+int32_t Clamped(const Wanted& wanted) noexcept { return Clamped(wanted.pixel + wanted.carried); }
+
+// An entry of a table by values. What is carried comes last, so that it is not added to anything before.
+template <typename T>
+const T& EntryOf(const T* table, const Wanted& wanted) noexcept {
+  const T* at = table + wanted.pixel - kLeast;
+  asm("" : "+r"(at));
+  return at[wanted.carried];
+}
 
 // Components that do not depend on each other.
 template <int kComponents>
 class Separate {
  public:
   static constexpr int32_t kCount = kComponents;
-  explicit Separate(const DitherContext& pass) noexcept : addend_(pass.choice.addend) {
-    for (int32_t c = 0; c < kComponents; ++c) tables_[c] = &pass.tables[static_cast<uint64_t>(c)];
-  }
+  explicit Separate(const DitherContext& pass) noexcept : tables_(pass.tables.data()), addend_(pass.choice.addend) {}
   template <int32_t kShare>
   uint32_t Choose(Wanted* wanted) const noexcept {
     uint32_t index = 0;
     for (int32_t c = 0; c < kComponents; ++c) {
-      const int64_t at = wanted[c].value - kLeast;
-      wanted[c].share = tables_[c]->share[at];
-      wanted[c].error = tables_[c]->error[at];
-      index += tables_[c]->index[at];
+      const ComponentEntry& entry = EntryOf(tables_[c].entries, wanted[c]);
+      wanted[c].share = entry.share;
+      wanted[c].error = entry.error;
+      index += entry.index;
     }
-    return index != 0 ? index + addend_ : 0;
+    return index + ((index + 7) & addend_);  // the addend is 0, or 8 with three bits
   }
 
  private:
-  const ComponentTable* tables_[3];
+  const ComponentTable* const tables_;
   const uint32_t addend_;
 };
 
@@ -106,25 +148,31 @@ uint32_t FixedIndex(const DitherChoice& choice, uint32_t r, uint32_t g, uint32_t
   return index != 0 ? index + choice.addend : 0;
 }
 
-// Black, white and grays by luminance.
+// Black, white and grays by luminance: each component's part of it is above its value in its table.
+template <int kBits>
 class Luminance {
  public:
   static constexpr int32_t kCount = 3;
-  explicit Luminance(const DitherContext& pass) noexcept : grays_(pass.grays.data()) {}
+  explicit Luminance(const DitherContext& pass) noexcept : parts_(pass.parts.data()) {}
   template <int32_t kShare>
   uint32_t Choose(Wanted* wanted) const noexcept {
-    int32_t color[3];
-    for (int32_t c = 0; c < 3; ++c) color[c] = Clamped(wanted[c].value);
-    const GrayEntry& entry = grays_[2 * color[0] + 5 * color[1] + color[2]];
+    constexpr int32_t kStep = 255 / ((1 << kBits) - 1);
+    uint32_t parts[3];
+    for (int32_t c = 0; c < 3; ++c) parts[c] = EntryOf(parts_[c].entries, wanted[c]);
+    const uint32_t index = (parts[0] + parts[1] + parts[2]) >> (16 + 11 - kBits);
+    const int64_t gray = int64_t{index} * kStep, grayShare = int64_t{index} * (kStep * kShare);
     for (int32_t c = 0; c < 3; ++c) {
-      wanted[c].error = color[c] - entry.gray;
-      wanted[c].share = kShare * color[c] - entry.share;
+      const int64_t value = parts[c] & 0xFFFF;
+      int64_t share = kShare * value;
+      asm("" : "+r"(share));  // before the index is known
+      wanted[c].error = static_cast<int32_t>(value - gray);
+      wanted[c].share = share - grayShare;
     }
-    return entry.index;
+    return index;
   }
 
  private:
-  const GrayEntry* grays_;
+  const LuminanceTable* const parts_;
 };
 
 // Components that decide together: `Match` gives a colour's index and palette entry as index << 24 | red << 16 |
@@ -137,7 +185,7 @@ class Together {
   template <int32_t kShare>
   uint32_t Choose(Wanted* wanted) const noexcept {
     int32_t color[3];
-    for (int32_t c = 0; c < 3; ++c) color[c] = Clamped(wanted[kComponents == 1 ? 0 : c].value);
+    for (int32_t c = 0; c < 3; ++c) color[c] = Clamped(wanted[kComponents == 1 ? 0 : c]);
     const uint32_t match =
         match_(static_cast<uint32_t>(color[0]), static_cast<uint32_t>(color[1]), static_cast<uint32_t>(color[2]));
     for (int32_t c = 0; c < kComponents; ++c) {
@@ -182,12 +230,11 @@ void DiffuseLine(DitherContext& pass, const uint8_t* const planes[3], uint8_t* i
   const int32_t width = pass.width;
   for (int32_t x = 0; x < width; ++x) {
     Wanted wanted[3];
-    for (int32_t c = 0; c < kComponents; ++c) wanted[c].value = planes[c][x] + carriers[c].To(x);
+    for (int32_t c = 0; c < kComponents; ++c) wanted[c].pixel = planes[c][x], wanted[c].carried = carriers[c].To(x);
     indices[x] = static_cast<uint8_t>(chooser.template Choose<Component::kShare>(wanted));
     for (int32_t c = 0; c < kComponents; ++c) carriers[c].Put(x, wanted[c].error, wanted[c].share);
   }
-  for (int32_t c = 0; c < kComponents; ++c)
-    for (int32_t i = 0; i < Component::kReach; ++i) carriers[c].Put(width + i, 0, 0);
+  for (int32_t c = 0; c < kComponents; ++c) Spread<kMethod>(pass, c);
 }
 
 using DiffuseFn = void (*)(DitherContext& pass, const uint8_t* const planes[3], uint8_t* indices) noexcept;
@@ -213,9 +260,9 @@ void FillTable(const DitherContext& pass, int32_t component, ComponentTable* tab
       if (c == component || pass.components == 1) color[c] = static_cast<uint32_t>(wanted);
     const uint32_t index = FixedIndex(pass.choice, color[0], color[1], color[2]);
     const int32_t error = wanted - ComponentOf(pass.palette[index], component);
-    table->error[value - kLeast] = static_cast<int16_t>(error);
-    table->share[value - kLeast] = static_cast<int16_t>(error * kDiffusion[pass.method].right[0]);
-    table->index[value - kLeast] = static_cast<uint8_t>(index != 0 ? index - pass.choice.addend : 0);
+    table->entries[value - kLeast] = {static_cast<int16_t>(error * kDiffusion[pass.method].right[0]),
+                                      static_cast<int16_t>(error),
+                                      static_cast<uint8_t>(index != 0 ? index - pass.choice.addend : 0)};
   }
 }
 
@@ -226,16 +273,15 @@ int32_t SetTables(DitherContext& pass) noexcept {
   return kSuccess;
 }
 
-int32_t SetGrays(DitherContext& pass) noexcept {
-  constexpr uint32_t kCount = 8 * 255 + 1;
-  pass.grays.Reset(AllocateArray<GrayEntry>(kCount));
-  if (!pass.grays) return kNoMemory;
-  for (uint32_t sum = 0; sum < kCount; ++sum) {
-    const uint32_t luminance = (sum + 4) >> 3, index = FixedIndex(pass.choice, luminance, luminance, luminance);
-    const uint8_t gray = pass.palette[index].rgbRed;
-    const int32_t share = kDiffusion[pass.method].right[0] * gray;
-    pass.grays[sum] = {static_cast<int16_t>(share), gray, static_cast<uint8_t>(index)};
-  }
+int32_t SetLuminance(DitherContext& pass) noexcept {
+  constexpr int32_t kWeights[3] = {2, 5, 1};
+  pass.parts.Reset(AllocateArray<LuminanceTable>(3));
+  if (!pass.parts) return kNoMemory;
+  for (int32_t c = 0; c < 3; ++c)
+    for (int32_t value = kLeast; value <= kMost; ++value) {
+      const int32_t clamped = Clamped(value), part = kWeights[c] * clamped + (c == 0 ? 4 : 0);
+      pass.parts[static_cast<uint64_t>(c)].entries[value - kLeast] = static_cast<uint32_t>(part << 16 | clamped);
+    }
   return kSuccess;
 }
 
@@ -249,13 +295,13 @@ int32_t SetDiffusion(DitherContext& pass) noexcept {
     pass.diffuse = (gray ? ForMethod<Together<1, TableMatch>> : ForMethod<Together<3, TableMatch>>)(method);
     return kSuccess;
   }
-  if (pass.choice.rule == DitherRule::Luminance) {
-    pass.diffuse = ForMethod<Luminance>(method);
-    return SetGrays(pass);
-  }
   if (!gray && !pass.whole) {  // an index can be missing, and stand for black
     pass.diffuse = ForMethod<Together<3, FixedMatch>>(method);
     return kSuccess;
+  }
+  if (pass.choice.rule == DitherRule::Luminance) {
+    pass.diffuse = (pass.choice.levels[0].bits == 1 ? ForMethod<Luminance<1>> : ForMethod<Luminance<2>>)(method);
+    return SetLuminance(pass);
   }
   pass.diffuse = (gray ? ForMethod<Separate<1>> : ForMethod<Separate<3>>)(method);
   return SetTables(pass);

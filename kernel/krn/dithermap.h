@@ -70,6 +70,15 @@ struct LuminanceMap {
   }
 };
 
+// A value with its offset, if there is one.
+template <bool kOrdered>
+int16_t Moved(uint8_t value, int16_t offset) noexcept {
+  if (!kOrdered) return value;
+  auto moved = static_cast<int16_t>(value + offset);
+  moved = moved < 0 ? int16_t{0} : moved;
+  return moved > 255 ? int16_t{255} : moved;
+}
+
 template <bool kOrdered>
 struct CubeMap {
   int16_t offsets[kMapBlock];
@@ -77,94 +86,157 @@ struct CubeMap {
     for (int32_t i = 0; i < kMapBlock; ++i) offsets[i] = kOrdered ? map.offsets[i % 8] : int16_t{0};
   }
   uint8_t operator()(const uint8_t* r, const uint8_t* g, const uint8_t* b, int32_t i) const noexcept {
-    const auto level = [&](uint8_t value) {
-      auto moved = static_cast<int16_t>(value + offsets[i]);
-      moved = moved < 0 ? int16_t{0} : moved;
-      moved = moved > 255 ? int16_t{255} : moved;
-      return static_cast<uint16_t>(static_cast<uint16_t>(5 * moved + 5) >> 8);  // moved / 51
+    const auto level = [&](uint8_t value) {  // moved / 51
+      return static_cast<uint16_t>(static_cast<uint16_t>(5 * Moved<kOrdered>(value, offsets[i]) + 5) >> 8);
     };
     return static_cast<uint8_t>(level(r[i]) * 36 + level(g[i]) * 6 + level(b[i]));
   }
 };
 
-template <typename Map>
-void MapBlock(const Map& choose, const uint8_t* red, const uint8_t* green, const uint8_t* blue,
-              uint8_t* __restrict indices) noexcept {
-  for (int32_t i = 0; i < kMapBlock; ++i) indices[i] = choose(red, green, blue, i);
+// Pixels are asked for that many bytes before they are needed: alone the processor does not look as far ahead as memory is
+// away. Longer and shorter ways were slower.
+inline constexpr ptrdiff_t kMapAhead = 16384;
+
+// Calls `work(red, green, blue, results)` for a line's blocks, which are always whole: what is left over at the end is put
+// into one. The patterns have a period of eight pixels, so a block can begin at any multiple of that. `kSplit` takes a
+// block of pixels apart that are stored in one piece, while the caches still wait for the next ones: that is why a line is
+// not taken apart at once.
+template <auto kSplit, typename Result, typename Work>
+void ForBlocks(const DitherMap& map, int32_t components, Result* results, Work work) noexcept {
+  uint8_t room[4 * kMapBlock] = {};  // the vectors lie in whole cache lines
+  auto* const split =
+      reinterpret_cast<uint8_t(*)[kMapBlock]>(room + (0 - reinterpret_cast<uintptr_t>(room)) % kMapBlock);
+  uint8_t* const inMemory[3] = {split[map.redFirst ? 0 : 2], split[1], split[map.redFirst ? 2 : 0]};
+  ptrdiff_t x = 0;
+  for (; map.count - x >= kMapBlock; x += kMapBlock) {
+    if (map.pixelBytes != 0) {
+      const uint8_t* const pixels = map.planes[0] + x * map.pixelBytes;
+      for (int32_t i = 0; i < map.pixelBytes; ++i) __builtin_prefetch(pixels + kMapAhead + i * kMapBlock);
+      kSplit(pixels, map.pixelBytes, inMemory);
+      work(split[0], split[1], split[2], results + x);
+    } else {
+      work(map.planes[0] + x, map.planes[1] + x, map.planes[2] + x, results + x);
+    }
+  }
+  const auto left = static_cast<size_t>(map.count - x);
+  if (left == 0) return;
+  uint8_t rest[4 * kMapBlock] = {};
+  Result last[kMapBlock];
+  if (map.pixelBytes != 0) {
+    std::memcpy(rest, map.planes[0] + x * map.pixelBytes, left * static_cast<size_t>(map.pixelBytes));
+    kSplit(rest, map.pixelBytes, inMemory);
+  } else {
+    for (int32_t c = 0; c < components; ++c) std::memcpy(split[c], map.planes[c] + x, left);
+  }
+  work(split[0], split[1], split[2], last);
+  std::memcpy(results + x, last, left * sizeof(Result));
 }
 
-// The patterns have a period of eight pixels, so a block can begin at any multiple of that. What is left over becomes a
-// whole block as well.
-template <typename Map>
+template <auto kSplit, typename Map>
 void MapBy(const DitherMap& map, uint8_t* indices) noexcept {
   const Map choose(map);
   const int32_t components = map.choice->rule == DitherRule::GrayLevels ? 1 : 3;
-  int32_t x = 0;
-  for (; map.count - x >= kMapBlock; x += kMapBlock)
-    MapBlock(choose, map.planes[0] + x, map.planes[1] + x, map.planes[2] + x, indices + x);
-  if (x == map.count) return;
-  const auto left = static_cast<size_t>(map.count - x);
-  uint8_t rest[3][kMapBlock] = {}, chosen[kMapBlock];
-  for (int32_t c = 0; c < components; ++c) std::memcpy(rest[c], map.planes[c] + x, left);
-  MapBlock(choose, rest[0], rest[1], rest[2], chosen);
-  std::memcpy(indices + x, chosen, left);
+  const auto block = [&choose](const uint8_t* red, const uint8_t* green, const uint8_t* blue,
+                               uint8_t* __restrict to) noexcept {
+    for (int32_t i = 0; i < kMapBlock; ++i) to[i] = choose(red, green, blue, i);
+  };
+  ForBlocks<kSplit>(map, components, indices, block);
 }
 
-template <bool kOrdered>
+template <auto kSplit, bool kOrdered>
 void MapFixed(const DitherMap& map, uint8_t* indices) noexcept {
   const DitherChoice& choice = *map.choice;
   const int32_t red = choice.levels[0].bits, green = choice.levels[1].bits, blue = choice.levels[2].bits;
-  if (choice.rule == DitherRule::Cube) return MapBy<CubeMap<kOrdered>>(map, indices);
+  if (choice.rule == DitherRule::Cube) return MapBy<kSplit, CubeMap<kOrdered>>(map, indices);
   if (choice.rule == DitherRule::GrayLevels)
-    return (red == 1 ? MapBy<GrayMap<kOrdered, 1>> : MapBy<GrayMap<kOrdered, 2>>)(map, indices);
+    return (red == 1 ? MapBy<kSplit, GrayMap<kOrdered, 1>> : MapBy<kSplit, GrayMap<kOrdered, 2>>)(map, indices);
   if (choice.rule == DitherRule::Luminance)
-    return (red == 1 ? MapBy<LuminanceMap<kOrdered, 1>> : MapBy<LuminanceMap<kOrdered, 2>>)(map, indices);
-  if (choice.addend != 0) return MapBy<LevelsMap<kOrdered, 1, 7, 1, 6, 1, 5, 8>>(map, indices);
+    return (red == 1 ? MapBy<kSplit, LuminanceMap<kOrdered, 1>> : MapBy<kSplit, LuminanceMap<kOrdered, 2>>)(map,
+                                                                                                            indices);
+  if (choice.addend != 0) return MapBy<kSplit, LevelsMap<kOrdered, 1, 7, 1, 6, 1, 5, 8>>(map, indices);
   switch (red + green + blue) {
     case 3:
-      return MapBy<LevelsMap<kOrdered, 1, 5, 1, 6, 1, 7, 0>>(map, indices);
+      return MapBy<kSplit, LevelsMap<kOrdered, 1, 5, 1, 6, 1, 7, 0>>(map, indices);
     case 5:
-      return MapBy<LevelsMap<kOrdered, 2, 3, 2, 5, 1, 7, 0>>(map, indices);
+      return MapBy<kSplit, LevelsMap<kOrdered, 2, 3, 2, 5, 1, 7, 0>>(map, indices);
     case 6:
-      return MapBy<LevelsMap<kOrdered, 2, 2, 2, 4, 2, 6, 0>>(map, indices);
+      return MapBy<kSplit, LevelsMap<kOrdered, 2, 2, 2, 4, 2, 6, 0>>(map, indices);
     case 7:
-      return MapBy<LevelsMap<kOrdered, 2, 1, 3, 3, 2, 6, 0>>(map, indices);
+      return MapBy<kSplit, LevelsMap<kOrdered, 2, 1, 3, 3, 2, 6, 0>>(map, indices);
     default:
-      return MapBy<LevelsMap<kOrdered, 3, 0, 3, 3, 2, 6, 0>>(map, indices);
+      return MapBy<kSplit, LevelsMap<kOrdered, 3, 0, 3, 3, 2, 6, 0>>(map, indices);
   }
 }
 
-// Palettes with a table, by the operations of ditherwave.h.
-template <typename Ops>
-void MapMatches(const DitherMap& map, uint8_t* indices) noexcept {
-  using Vector = typename Ops::Vector;
-  constexpr int32_t kLanes = Ops::kLanes;
-  const DitherMatches& matches = map.choice->matches;
+// Where the colours of some pixels stand in a table.
+template <auto kSplit, bool kOrdered>
+void FindKeys(const DitherMap& map, uint16_t* keys) noexcept {
   const bool gray = map.choice->rule == DitherRule::GrayMatches;
-  Array<int16_t, kLanes> pattern;
-  for (int32_t i = 0; i < kLanes; ++i) pattern[i] = map.offsets ? map.offsets[i % 8] : int16_t{0};
-  const Vector offsets = Ops::Load(pattern);
-  const auto bits = [&](const uint8_t* plane) {
-    const Vector moved = Ops::Add(Ops::LoadBytes(plane), offsets);
-    return Ops::template ShiftRightLogical<3>(Ops::Min(Ops::Max(moved, Ops::Zero()), Ops::Set(255)));
+  int16_t offsets[kMapBlock];
+  for (int32_t i = 0; i < kMapBlock; ++i) offsets[i] = kOrdered ? map.offsets[i % 8] : int16_t{0};
+  const auto top = [&offsets](uint8_t value, int32_t i) {
+    return static_cast<uint16_t>(Moved<kOrdered>(value, offsets[i]) >> 3);
   };
-  const auto choose = [&](const uint8_t* r, const uint8_t* g, const uint8_t* b, Vector live, uint8_t* to) {
-    const Vector red = bits(r), green = gray ? red : bits(g), blue = gray ? red : bits(b);
-    const Vector key = Ops::Or(Ops::Or(Ops::template ShiftLeft<10>(red), Ops::template ShiftLeft<5>(green)), blue);
-    Vector values[1];
-    Ops::StoreBytes(to, Ops::template Match<1>(matches, key, live, values));
+  const auto block = [&](const uint8_t* r, const uint8_t* g, const uint8_t* b, uint16_t* __restrict to) noexcept {
+    if (gray) g = b = r;
+    for (int32_t i = 0; i < kMapBlock; ++i)
+      to[i] = static_cast<uint16_t>(top(r[i], i) << 10 | top(g[i], i) << 5 | top(b[i], i));
   };
-  int32_t x = 0;
-  for (; map.count - x >= kLanes; x += kLanes)
-    choose(map.planes[0] + x, map.planes[1] + x, map.planes[2] + x, Ops::Set(-1), indices + x);
-  Array<uint8_t, kLanes> rest[3] = {}, chosen;
-  Array<int16_t, kLanes> live = {};
-  for (int32_t i = 0; i < map.count - x; ++i) {
-    live[i] = -1;
-    for (int32_t c = 0; c < (gray ? 1 : 3); ++c) rest[c][i] = map.planes[c][x + i];
+  ForBlocks<kSplit>(map, gray ? 1 : 3, keys, block);
+}
+
+// One entry after the other, which is faster than to gather them.
+void LookUp(const DitherMatches& matches, const uint16_t* keys, int32_t count, uint8_t* indices) noexcept {
+  const uint16_t* const entries = matches.indices;
+  uint32_t all = kFoundIndex;
+  const auto one = [&](int32_t i) {
+    const uint32_t entry = entries[keys[i]];
+    all &= entry;
+    indices[i] = static_cast<uint8_t>(entry);
+  };
+  int32_t i = 0;
+  for (; i + 8 <= count; i += 8)
+    for (int32_t j = i; j < i + 8; ++j) one(j);
+  for (; i < count; ++i) one(i);
+  if (all != 0) return;
+  for (i = 0; i < count; ++i) {
+    if (entries[keys[i]] == 0) matches.find(matches.pass, keys[i]);
+    one(i);
   }
-  choose(rest[0], rest[1], rest[2], Ops::Load(live), chosen);
-  for (int32_t i = 0; i < map.count - x; ++i) indices[x + i] = chosen[i];
+}
+
+// Palettes with a table.
+template <auto kSplit>
+void MapMatches(const DitherMap& map, uint8_t* indices) noexcept {
+  constexpr int32_t kMost = 8 * kMapBlock;
+  DitherMap part = map;
+  const int32_t pixelBytes = map.pixelBytes == 0 ? 1 : map.pixelBytes;
+  for (int32_t left = map.count; left > 0; left -= part.count, indices += part.count) {
+    uint16_t keys[kMost];
+    part.count = left < kMost ? left : kMost;
+    (map.thresholds ? FindKeys<kSplit, true> : FindKeys<kSplit, false>)(part, keys);
+    LookUp(map.choice->matches, keys, part.count, indices);
+    for (const uint8_t*& plane : part.planes) plane += part.count * pixelBytes;
+  }
+}
+
+template <auto kSplit>
+void Map(const DitherMap& map, uint8_t* indices) noexcept {
+  const DitherRule rule = map.choice->rule;
+  if (rule == DitherRule::Matches || rule == DitherRule::GrayMatches) return MapMatches<kSplit>(map, indices);
+  (map.thresholds ? MapFixed<kSplit, true> : MapFixed<kSplit, false>)(map, indices);
+}
+
+// A line of pixels into planes.
+template <auto kSplit>
+void SplitLine(const uint8_t* pixels, int32_t pixelBytes, int32_t count, uint8_t* const planes[3]) noexcept {
+  ptrdiff_t x = 0;
+  for (; count - x >= kMapBlock; x += kMapBlock) {
+    uint8_t* const at[3] = {planes[0] + x, planes[1] + x, planes[2] + x};
+    kSplit(pixels + x * pixelBytes, pixelBytes, at);
+  }
+  for (const uint8_t* pixel = pixels + x * pixelBytes; x < count; ++x, pixel += pixelBytes)
+    for (int32_t c = 0; c < 3; ++c) planes[c][x] = pixel[c];
 }
 
 }  // namespace

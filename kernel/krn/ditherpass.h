@@ -38,6 +38,11 @@ struct DitherSource {
   uint8_t components[3][256];  // of palette entries
 };
 
+// The wide-gamut encoding, which is reckoned into red, green and blue.
+inline bool IsRomm(const DitherSource& source) noexcept {
+  return source.order == V_OrderRomm && (source.bits == 24 || source.bits == 48);
+}
+
 void SetSource(DitherSource& source, const DitherRequest& request) noexcept;
 
 // One byte a pixel and component; a gray source can be asked for its first plane alone.
@@ -47,15 +52,19 @@ void ExpandLine(const DitherSource& source, const uint8_t* line, int32_t width, 
 // What a component's values become where the components are independent of each other: the error that the palette
 // leaves, the next column's share of it, undivided, and the bits of the index. Values go from -255 to 510, as they are
 // before they are clamped.
+struct alignas(8) ComponentEntry {
+  int16_t share, error;
+  uint8_t index;
+};
 struct ComponentTable {
-  int16_t error[766], share[766];
-  uint8_t index[766];
+  ComponentEntry entries[766];
 };
 
-// The entry of a gray palette, and its gray as a share of the next column.
-struct GrayEntry {
-  int16_t share;
-  uint8_t gray, index;
+inline constexpr uint32_t kErrorMargin = 3;  // the furthest reach
+
+// A component's part of eight times the luminance << 16 | its value, clamped; by value in the same way.
+struct LuminanceTable {
+  uint32_t entries[766];
 };
 
 struct DitherContext {
@@ -74,15 +83,17 @@ struct DitherContext {
   // Palettes with a table.
   uint8_t candidates[kMaxColors];  // entries that are not barred
   uint32_t candidateCount;
-  PaletteSearch search;   // among the candidates
-  uint32_t* userMatches;  // 0, or a candidate + 1; null for none
-  Buffer<uint32_t> matches;
+  PaletteSearch search;           // among the candidates
+  uint32_t* userMatches;          // 0, or a candidate + 1; null for none
+  Buffer<uint32_t> matches;       // either these
+  Buffer<uint16_t> matchIndices;  // or these
 
   Buffer<ComponentTable> tables;
-  Buffer<GrayEntry> grays;  // by eight times the luminance
-  Buffer<int32_t> sums;     // by component and line below, each with a margin on both sides
-  Buffer<uint8_t> planes;   // of a line; then its indices
-  Buffer<uint8_t> band;     // of many lines, once they are asked for
+  Buffer<LuminanceTable> parts;
+  Buffer<int32_t> sums;    // by component and line below, each with a margin on both sides
+  Buffer<int16_t> errors;  // of one line, by component, with none in the margins
+  Buffer<uint8_t> planes;  // of a line; then its indices
+  Buffer<uint8_t> band;    // of many lines, once they are asked for
 
   void* block;  // that the context lies in
   void (*diffuse)(DitherContext& pass, const uint8_t* const planes[3], uint8_t* indices) noexcept;  // one line
@@ -94,6 +105,12 @@ inline int32_t* SumsOf(const DitherContext& pass, int32_t component, int32_t row
   const auto rows = static_cast<uint64_t>(kDiffusion[pass.method].rows);
   return pass.sums.data() + (static_cast<uint64_t>(component) * rows + static_cast<uint64_t>(row)) * length +
          kDitherMargin;
+}
+
+// The error of column 0.
+inline int16_t* ErrorsOf(const DitherContext& pass, int32_t component) noexcept {
+  const uint64_t length = static_cast<uint64_t>(pass.width) + 2 * kErrorMargin;
+  return pass.errors.data() + static_cast<uint64_t>(component) * length + kErrorMargin;
 }
 
 // The table of the level in force.

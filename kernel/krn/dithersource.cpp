@@ -136,7 +136,7 @@ void ExpandLine(const DitherSource& source, const uint8_t* line, int32_t width, 
   } else {
     ExpandHighBytes(line, source.bits / 8, width, inMemory);
   }
-  if (source.order == V_OrderRomm && (source.bits == 24 || source.bits == 48)) FromRomm(inMemory, width);
+  if (IsRomm(source)) FromRomm(inMemory, width);
 }
 
 }  // namespace vexakrn

@@ -12,9 +12,107 @@
 #include <cstring>
 
 #include "krn/ditherkernels.h"
+#include "krn/lanes.h"
 
 namespace vexakrn {
 namespace {
+
+// --- operations that are made of those of a level ---
+
+template <typename Lanes>
+struct Ops32 : Lanes {
+  using Vector = typename Lanes::Vector;
+  static constexpr int32_t kMaxSum = 51000;
+
+  // Errors and weights fit 16 bits, so a multiplication of pairs does, which is faster than one of 32 bits.
+  static Vector Times(Vector a, int32_t weight) noexcept { return Lanes::MultiplyPairs(a, Lanes::Set(weight)); }
+
+  // By 200 alone, by 25 after 8: exact for the sums that there are.
+  template <int32_t kDivisor>
+  static Vector Divide(Vector a) noexcept {
+    static_assert(kDivisor == 200);
+    const Vector negative = Lanes::template ShiftRight<31>(a);
+    const auto turn = [negative](Vector b) { return Lanes::Subtract(b ^ negative, negative); };
+    const Vector eighth = Lanes::template ShiftRightLogical<3>(turn(a));
+    return turn(Lanes::template ShiftRightLogical<19>(Lanes::MultiplyPairs(eighth, Lanes::Set(20972))));
+  }
+
+  // All bits of the lanes whose entry is empty.
+  static Vector Missing(const DitherMatches& matches, Vector entries) noexcept {
+    return Lanes::Equal(entries, Lanes::Set(static_cast<int32_t>(matches.empty)));
+  }
+
+  // Fills the entries of the lanes that have a bit in `missing`, where they are still empty.
+  [[gnu::noinline]] static void Fill(const DitherMatches& matches, Vector keys, Vector missing) noexcept {
+    Array<uint32_t, Lanes::kLanes> key, isMissing;
+    Lanes::Store(key, keys);
+    Lanes::Store(isMissing, missing);
+    for (int32_t lane = 0; lane < Lanes::kLanes; ++lane)
+      if (isMissing[lane] != 0 && matches.entries[key[lane]] == matches.empty) matches.find(matches.pass, key[lane]);
+  }
+
+  // The indices of keys; `values` become the components of their entries.
+  template <int32_t kComponents>
+  static Vector Match(const DitherMatches& matches, Vector keys, Vector live, Vector* values) noexcept {
+    Vector entries = Lanes::Gather(matches.entries, keys);
+    const Vector missing = live & Missing(matches, entries), byte = Lanes::Set(0xFF);
+    if (Lanes::Any(missing)) [[unlikely]] {
+      Fill(matches, keys, missing);
+      entries = Lanes::Gather(matches.entries, keys);
+    }
+    for (int32_t c = 0; c < kComponents; ++c) values[c] = Lanes::ShiftRightBy(entries, 16 - 8 * c) & byte;
+    return Lanes::template ShiftRightLogical<24>(entries);
+  }
+};
+
+template <typename Lanes, typename Ops32>
+struct Ops16 : Lanes {
+  using Vector = typename Lanes::Vector;
+  static constexpr int32_t kMaxSum = 32767;
+
+  static Vector Times(Vector a, int32_t weight) noexcept {
+    return weight == 1 ? a : Lanes::Multiply(a, Lanes::Set(weight));
+  }
+
+  // Truncates towards zero.
+  template <int32_t kDivisor>
+  static Vector Divide(Vector a) noexcept {
+    const Vector negative = Lanes::template ShiftRight<15>(a);
+    if constexpr (kDivisor == 16 || kDivisor == 32) {
+      constexpr int kShift = kDivisor == 16 ? 4 : 5;
+      const Vector up = Lanes::template ShiftRightLogical<16 - kShift>(negative);
+      return Lanes::template ShiftRight<kShift>(Lanes::Add(a, up));
+    } else {
+      // By 2^20 / 42, 2^20 / 48 or 2^22 / 200, rounded up: exact for the sums that there are.
+      constexpr int kShift = kDivisor == 200 ? 6 : 4;
+      constexpr int32_t kFactor = (65536 << kShift) / kDivisor + 1;
+      const Vector high = Lanes::MultiplyHigh(a, Lanes::Set(kFactor));
+      return Lanes::Subtract(Lanes::template ShiftRight<kShift>(high), negative);
+    }
+  }
+
+  template <int32_t kComponents>
+  static Vector Match(const DitherMatches& matches, Vector keys, Vector live, Vector* values) noexcept {
+    const Vector half = Ops32::Set(0xFFFF), byte = Lanes::Set(0xFF);
+    const Vector evenKeys = keys & half, oddKeys = Ops32::template ShiftRightLogical<16>(keys);
+    Vector even = Ops32::Gather(matches.entries, evenKeys), odd = Ops32::Gather(matches.entries, oddKeys);
+    const Vector missing = live & Lanes::Select(half, Ops32::Missing(matches, even), Ops32::Missing(matches, odd));
+    if (Lanes::Any(missing)) [[unlikely]] {
+      Ops32::Fill(matches, evenKeys, missing & half);
+      Ops32::Fill(matches, oddKeys, missing & ~half);
+      even = Ops32::Gather(matches.entries, evenKeys);
+      odd = Ops32::Gather(matches.entries, oddKeys);
+    }
+    const Vector low = Lanes::Select(half, even, Ops32::template ShiftLeft<16>(odd));           // green << 8 | blue
+    const Vector high = Lanes::Select(half, Ops32::template ShiftRightLogical<16>(even), odd);  // index << 8 | red
+    values[0] = high & byte;
+    if constexpr (kComponents == 3) {
+      values[1] = Lanes::template ShiftRightLogical<8>(low);
+      values[2] = low & byte;
+    }
+    return Lanes::template ShiftRightLogical<8>(high);
+  }
+};
 
 inline constexpr int32_t kWaveSteps = 32;  // between two turns of pixels from lines into steps and back
 
@@ -24,14 +122,14 @@ template <typename Ops>
 struct LevelOf {
   using Vector = typename Ops::Vector;
   Vector mask, factor;
-  typename Ops::Count shift;
+  int32_t shift;
 
   explicit LevelOf(const DitherLevels& levels) noexcept
       : mask(Ops::Set(0xFF00 >> levels.bits & 0xFF)),
         factor(Ops::Set(levels.bits == 1   ? 510
                         : levels.bits == 2 ? 340
                                            : 292)),
-        shift(Ops::CountOf(levels.shift)) {}
+        shift(levels.shift) {}
 
   // The index bits; the value becomes that of the level. The factors repeat a level's bits over the byte.
   Vector Choose(Vector* value) const noexcept {
@@ -66,7 +164,7 @@ struct LevelsRule {
   Vector operator()(Vector* values, Vector) const noexcept {
     const Vector rg = Ops::Or(red.Choose(&values[0]), green.Choose(&values[1]));
     const Vector index = Ops::Or(rg, blue.Choose(&values[2]));
-    return Ops::Add(index, Ops::Keep(Ops::Greater(index, Ops::Zero()), addend));
+    return Ops::Add(index, Ops::And(Ops::Greater(index, Ops::Zero()), addend));
   }
 };
 
@@ -193,7 +291,7 @@ class Wave {
         for (int32_t c = 0; c < kComponents; ++c) chosen[c] = values[c][v];
         Ops::StoreBytes(scratch_.indices[step] + v * Ops::kLanes, rule_(chosen, live[v]));
         for (int32_t c = 0; c < kComponents; ++c) {
-          PutError(c, step, v, Ops::Keep(live[v], Ops::Subtract(values[c][v], chosen[c])));
+          PutError(c, step, v, Ops::And(live[v], Ops::Subtract(values[c][v], chosen[c])));
         }
       }
     }
@@ -207,7 +305,7 @@ class Wave {
     const auto least = static_cast<int32_t>(past < -1 ? -1 : past);
     const auto started = Ops::Greater(Ops::Set(most + 1), behind_[v]);
     const auto ended = Ops::Greater(behind_[v], Ops::Set(least));
-    return Ops::Keep(started, Ops::Keep(ended, real_[v]));
+    return Ops::And(started, Ops::And(ended, real_[v]));
   }
 
   // Of a step of this turn, or of one before it.
@@ -241,7 +339,7 @@ class Wave {
     }
     int32_t* const row = band_.sums[c][kRow];
     const int32_t before = row[t - kLag * (kLanes - band_.rows + kRow)];
-    row[t - kLag * (kLanes + kRow)] = Ops::First(left[0]);
+    row[t - kLag * (kLanes + kRow)] = Ops::FirstLane(left[0]);
     for (int32_t v = 0; v < kVectors; ++v) {
       const Vector down = Ops::Next(left[v], left[v + 1 < kVectors ? v + 1 : v]);
       sums[v] = Ops::Select(first_[v], Ops::Set(before), down);
@@ -255,7 +353,7 @@ class Wave {
       if (kKernel.right[i] != 0) sum = Ops::Add(sum, Ops::Times(Error(c, step - 1 - i, v), kKernel.right[i]));
     const Vector pixel = Ops::LoadBytes(scratch_.pixels[c][step] + v * Ops::kLanes);
     const Vector value = Ops::Add(pixel, Ops::template Divide<kKernel.divisor>(sum));
-    return Ops::Min(Ops::Max(value, Ops::Zero()), Ops::Set(255));
+    return Ops::Clamped(value);
   }
 
   const DitherBand& band_;
