@@ -33,20 +33,13 @@ class Input {
   int32_t Hostile(int32_t limit) {
     constexpr int32_t kMost = std::numeric_limits<int32_t>::max(), kLeast = std::numeric_limits<int32_t>::min();
     const auto little = [this] { return static_cast<int32_t>(Below(3)); };
-    switch (Below(16)) {
-      case 0:
-        return -1 - little();
-      case 1:
-        return static_cast<int32_t>(std::clamp<int64_t>(int64_t{limit} + little() - 1, kLeast, kMost));
-      case 2:
-        return kMost - little();
-      case 3:
-        return kLeast + little();
-      case 4:
-        return Number<int32_t>();
-      default:
-        return limit > 0 ? static_cast<int32_t>(Below(static_cast<uint32_t>(limit))) : 0;
-    }
+    const uint32_t kind = Below(16);
+    if (kind == 0) return -1 - little();
+    if (kind == 1) return static_cast<int32_t>(std::clamp<int64_t>(int64_t{limit} + little() - 1, kLeast, kMost));
+    if (kind == 2) return kMost - little();
+    if (kind == 3) return kLeast + little();
+    if (kind == 4) return Number<int32_t>();
+    return limit > 0 ? static_cast<int32_t>(Below(static_cast<uint32_t>(limit))) : 0;
   }
 
  private:

@@ -103,26 +103,14 @@ void Stream::Write(Input& input) {
 
 void Stream::Seek(Input& input) {
   const int32_t origin = input.OneIn(12) ? input.Number<int32_t>() : static_cast<int32_t>(input.Below(3));
-  int64_t offset = 0;
-  switch (input.Below(8)) {
-    case 0:
-      offset = input.Number<int64_t>();
-      break;
-    case 1:
-      offset = std::numeric_limits<int64_t>::max() - static_cast<int64_t>(input.Below(200));
-      break;
-    case 2:
-      offset = std::numeric_limits<int64_t>::min() + static_cast<int64_t>(input.Below(200));
-      break;
-    case 3:
-      offset = -static_cast<int64_t>(input.Below(kNear));
-      break;
-    case 4:
-      offset = static_cast<int64_t>(capacity) - static_cast<int64_t>(input.Below(3));
-      break;
-    default:
-      offset = static_cast<int64_t>(input.Below(kNear));
-  }
+  using Limits = std::numeric_limits<int64_t>;
+  const uint32_t kind = input.Below(8);
+  const int64_t offset = kind == 0   ? input.Number<int64_t>()
+                         : kind == 1 ? Limits::max() - static_cast<int64_t>(input.Below(200))
+                         : kind == 2 ? Limits::min() + static_cast<int64_t>(input.Below(200))
+                         : kind == 3 ? -static_cast<int64_t>(input.Below(kNear))
+                         : kind == 4 ? static_cast<int64_t>(capacity) - static_cast<int64_t>(input.Below(3))
+                                     : static_cast<int64_t>(input.Below(kNear));
   const uint64_t from = origin == 0 ? 0 : origin == 1 ? position : data.size();
   const int64_t done = V_RedirectedSeek(file, offset, origin);
   if (origin < 0 || origin > 2) {
@@ -186,33 +174,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       // A handle works with the functions in force, which are those of a stream; the outer ones live on.
       Stream& stream =
           streams[input.OneIn(4) ? input.Below(static_cast<uint32_t>(streams.size())) : streams.size() - 1];
-      switch (input.Below(12)) {
-        case 0:
-        case 1:
-        case 2:
-          stream.Write(input);
-          break;
-        case 3:
-        case 4:
-          stream.Read(input);
-          break;
-        case 5:
-        case 6:
-        case 7:
-          stream.Seek(input);
-          break;
-        case 8:
-          streams.back().Reopen(input);
-          break;
-        case 9:
-          if (streams.size() < 3) streams.emplace_back(), streams.back().Start(input);
-          break;
-        case 10:
-          if (streams.size() > 1) streams.back().Stop(), streams.pop_back();
-          break;
-        default:
-          CallWithForeignHandle(input);
-      }
+      const uint32_t what = input.Below(12);
+      if (what < 3) stream.Write(input);
+      if (what == 3 || what == 4) stream.Read(input);
+      if (what >= 5 && what <= 7) stream.Seek(input);
+      if (what == 8) streams.back().Reopen(input);
+      if (what == 9 && streams.size() < 3) streams.emplace_back(), streams.back().Start(input);
+      if (what == 10 && streams.size() > 1) streams.back().Stop(), streams.pop_back();
+      if (what == 11) CallWithForeignHandle(input);
     }
     while (!streams.empty()) streams.back().Stop(), streams.pop_back();
   }

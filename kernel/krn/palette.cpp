@@ -79,11 +79,12 @@ int32_t V_CALL V_PutBitmapColors(BITMAPHANDLE* bitmap, int32_t index, int32_t co
   const int32_t room = bitmap->nColors;
   if (!colors || bitmap->BitsPerPixel > 8 || room > static_cast<int32_t>(kMaxColors)) return kInvalidParameter;
   if (index < 0 || count < 0 || int64_t{index} + count > room) return kInvalidParameter;
-  if (!bitmap->pPalette && room > 0) {
+  if (room == 0) return kSuccess;
+  if (!bitmap->pPalette) {
     bitmap->pPalette = AllocateZeroed<RGBQUAD>(static_cast<uint64_t>(room));
     if (!bitmap->pPalette) return kNoMemory;
   }
-  if (count > 0) std::memcpy(bitmap->pPalette + index, colors, static_cast<uint64_t>(count) * sizeof(RGBQUAD));
+  std::memcpy(bitmap->pPalette + index, colors, static_cast<uint64_t>(count) * sizeof(RGBQUAD));
   return kSuccess;
 }
 

@@ -1,16 +1,6 @@
 // Which storage a request gets, by request, depth, size, thresholds, account, callbacks and handles.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <thread>
-
-#include "support/bitmap.h"
 #include "support/handles.h"
-#include "support/settings.h"
-#include "support/storage.h"
-#include "support/tempdir.h"
-#include "vexakrn.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {
@@ -20,141 +10,95 @@ constexpr uint32_t kUser = kInMemory | V_FlagMirror;
 constexpr uint32_t kTiled = kInMemory | V_FlagTiled;
 constexpr uint32_t kDisk = V_FlagAllocated | V_FlagDiskMemory;
 
-// What a request becomes before it is looked at.
-uint32_t AdjustRequest(uint32_t request, int32_t bits, bool diskForbidden) {
-  constexpr uint32_t kUserBit = 2, kNoTiled = 8, kDiskBit = 128, kNoDisk = 256, kCompressed = 512, kSuper = 1024;
-  if ((request & kUserBit) != 0)
-    request &= ~(kNoTiled | kNoDisk);
-  else if (diskForbidden)
-    request = (request & ~kDiskBit) | kNoDisk;
-  if ((request & kCompressed) != 0) request = bits == 1 ? kCompressed | kNoDisk : request & ~kCompressed;
-  if (bits != 1 && bits != 8 && bits != 24) request &= ~kSuper;
-  return request;
-}
+constexpr uint32_t kCompressed = kInMemory | V_FlagCompressed, kSuper = kInMemory | V_FlagSuperCompressed, kNone = 0;
 
-bool IsValidRequest(uint32_t request) {
-  constexpr uint32_t kValid[] = {1, 2, 4, 8, 9, 128, 256, 257, 260, 264, 265, 768, 769, 1024, 1025, 1280, 1281};
-  return std::find(std::begin(kValid), std::end(kValid), request) != std::end(kValid);
-}
-
-struct Outcome {
-  int32_t status;
-  uint32_t flags;
-};
-
-// The outcome for a bitmap far below every limit.
-Outcome SmallBitmapOutcome(uint32_t adjusted) {
-  if (!IsValidRequest(adjusted)) return {-13, 0};
-  if ((adjusted & V_MemoryCompressed) != 0) return {1, kConventional | V_FlagCompressed};
-  if ((adjusted & V_MemorySuperCompressed) != 0) return {1, kConventional | V_FlagSuperCompressed};
-  if (adjusted == V_MemoryUser) return {1, kUser};
-  if (adjusted == V_MemoryDisk) return {1, kDisk};
-  return {1, kConventional};
-}
-
-class AllocationLayouts : public testing::TestWithParam<uint32_t> {};
-INSTANTIATE_TEST_SUITE_P(All, AllocationLayouts, testing::ValuesIn(kLayouts),
-                         [](const auto& layout) { return "Size" + std::to_string(layout.param); });
-
-// All combinations of the request bits, on a record that already has storage of another kind.
-TEST_P(AllocationLayouts, EveryRequestIsAcceptedOrRefusedByItsAdjustedValue) {
+// For a bitmap far below every limit, on a record that already has storage of another kind.
+TEST(Allocation, RequestsAreAcceptedOrRefusedByWhatTheDepthAndTheFilesLeaveOfThem) {
+  const struct {
+    std::vector<uint32_t> requests;
+    std::vector<int32_t> depths;
+    uint32_t flags, inMemoryOnly;  // 0: refused; the latter where temporary files are in memory only
+  } kCases[] = {{{1, 4, 8, 9, 256, 257, 260, 264, 265}, {1, 4, 8, 12, 24}, kConventional, kConventional},
+                {{2, 2 | 8, 2 | 256, 2 | 8 | 256}, {1, 8, 24}, kUser, kUser},
+                {{128}, {1, 8, 24}, kDisk, kConventional},
+                {{128 | 1, 128 | 256, 128 | 8}, {8}, kNone, kConventional},
+                {{0}, {8}, kNone, kConventional},
+                {{3, 5, 6, 7, 12, 16, 32, 64, 2048, 0x1001, 0x80000000, 0xFFFFF1FF, 2 | 128}, {1, 8, 24}, kNone, kNone},
+                {{512, 768, 769, 512 | 128, 512 | 1024, 512 | 3}, {1}, kCompressed, kCompressed},
+                {{512 | 1, 768, 769, 512 | 8}, {2, 8, 24}, kConventional, kConventional},
+                {{512, 512 | 1024}, {2, 16}, kNone, kConventional},
+                {{1024, 1025, 1280, 1281}, {1, 8, 24}, kSuper, kSuper},
+                {{1025, 1280, 1281}, {4, 12, 16, 32}, kConventional, kConventional},
+                {{1024 | 4, 1024 | 8}, {8}, kNone, kNone}};
   AccountBalance balance;
   ScopedThresholds thresholds;
-  for (const uint32_t mode : {uint32_t{V_TempFileEither}, uint32_t{V_TempFileMemory}}) {
-    ScopedTempFileMode scoped(mode);
-    for (const int32_t bits : {1, 4, 8, 12, 16, 24, 32}) {
-      Bitmap bitmap(GetParam());
-      ASSERT_EQ(bitmap.Init(9, 3, bits), 1);
-      for (uint32_t i = 0; i < 512; ++i) {  // bits 0-3 and 7-10 are requests, bit 4 is none
-        const uint32_t request = (i & 0x1F) | (i >> 5 << 7);
-        ASSERT_EQ(V_AllocateBitmap(bitmap, i % 2 == 0 ? V_MemoryConventional : V_MemoryUser), 1);
-        const Outcome want =
-            SmallBitmapOutcome(AdjustRequest(request, bits, /*diskForbidden=*/mode == V_TempFileMemory));
-        ASSERT_EQ(V_AllocateBitmap(bitmap, request), want.status)
-            << "request " << request << ", " << bits << " bits, mode " << mode;
-        ASSERT_EQ(bitmap.StorageFlags(), want.flags) << "request " << request << ", " << bits << " bits";
-      }
-      for (const uint32_t request : {0x10u, 0x20u, 0x40u, 0x800u, 0x80000000u, 0x1001u, 0xFFFFF1FFu})
-        EXPECT_EQ(V_AllocateBitmap(bitmap, request), -13) << request;
-    }
-  }
+  for (const uint32_t layout : kLayouts)
+    for (const auto& c : kCases)
+      for (const uint32_t mode : {uint32_t{V_TempFileEither}, uint32_t{V_TempFileMemory}})
+        for (const int32_t bits : c.depths)
+          for (const uint32_t request : c.requests) {
+            const ScopedTempFileMode scoped(mode);
+            const uint32_t flags = mode == V_TempFileMemory ? c.inMemoryOnly : c.flags;
+            Bitmap bitmap(layout);
+            ASSERT_EQ(bitmap.Init(9, 3, bits), 1);
+            ASSERT_EQ(V_AllocateBitmap(bitmap, bits == 8 ? V_MemoryConventional : V_MemoryUser), 1);
+            EXPECT_EQ(V_AllocateBitmap(bitmap, request), flags == kNone ? -13 : 1)
+                << "request " << request << ", " << bits << " bits, mode " << mode;
+            EXPECT_EQ(bitmap.StorageFlags(), flags) << "request " << request << ", " << bits << " bits, mode " << mode;
+          }
 }
 
-TEST(Allocation, RefusalsNameTheirReason) {
-  EXPECT_EQ(V_AllocateBitmap(nullptr, 1), -13);
-  Bitmap garbage;
-  EXPECT_EQ(V_AllocateBitmap(garbage, 1), -789);
-}
-
-// --- the decision by size -----------------------------------------------------------------------------------------
-
-struct Decision {
-  const char* name;
-  uint32_t request;
-  int32_t reserve;
-  int64_t maxConventional;
-  int64_t tileSize;
-  int32_t status;
-  uint32_t flags;
-};
-void PrintTo(const Decision& decision, std::ostream* out) { *out << decision.name; }
+// --- the decision by size ---
 
 constexpr int64_t kSize = 4096;  // data size of the bitmap below
 constexpr int64_t kAbove32Bits = int64_t{1} << 32;
-constexpr Decision kDecisions[] = {
-    {"RoomForAll", 1, 0, 0, 0, 1, kConventional},
-    {"SizeAtTheMaximum", 1, 0, kSize, 0, 1, kConventional},
-    {"SizeAboveTheMaximum", 1, 0, kSize - 1, 0, 1, kDisk},
-    {"SizeAboveTheMaximumWithoutTiles", 8, 0, kSize - 1, 0, 1, kDisk},
-    {"SizeAboveTheMaximumWithoutDisk", 257, 0, kSize - 1, 1024, 1, kTiled},
-    {"SizeAboveTheMaximumNoDiskAlone", 256, 0, kSize - 1, 1024, 1, kTiled},
-    {"SizeAboveTheMaximumWithoutBoth", 265, 0, kSize - 1, 1024, -1, 0},
-    {"TilesIgnoreTheMaximum", 4, 0, kSize - 1, 1024, 1, kTiled},
-    {"MaximumIsCutTo32BitsForTheLimit", 1, 0, kAbove32Bits + 100, 1024, 1, kTiled},
-    {"PercentageOfAvailable", 1, 0, -100, 0, 1, kConventional},
-    {"AllReserved", 1, -100, 0, 1024, 1, kTiled},
-    {"AllReservedWithoutTiles", 8, -100, 0, 1024, 1, kDisk},
-    {"AllReservedWithoutTilesExplicit", 9, -100, 0, 1024, 1, kDisk},
-    {"AllReservedWithoutDisk", 257, -100, 0, 1024, 1, kTiled},
-    {"AllReservedWithoutBoth", 265, -100, 0, 1024, -1, 0},
-    {"AllReservedWithoutBoth264", 264, -100, 0, 1024, -1, 0},
-    {"SmallReserve", 265, 4096, 0, 0, 1, kConventional},
-    {"Tiles", 4, 0, 0, 1024, 1, kTiled},
-    {"TilesWithoutDisk", 260, 0, 0, 1024, 1, kTiled},
-    {"TilesOfAlmostAll", 4, 0, 0, kSize - 1, 1, kTiled},
-    {"OneTileIsNoTile", 4, 0, 0, kSize, 1, kConventional},
-    {"DefaultTileIsLarge", 4, 0, 0, 0, 1, kConventional},
-    {"DiskWhatever", 128, 0, 0, 1024, 1, kDisk},
-    {"DiskWhateverTheReserve", 128, -100, 0, 1024, 1, kDisk},
-};
 
-class AllocationDecisions : public testing::TestWithParam<Decision> {};
-INSTANTIATE_TEST_SUITE_P(Table, AllocationDecisions, testing::ValuesIn(kDecisions),
-                         [](const auto& decision) { return std::string(decision.param.name); });
-
-TEST_P(AllocationDecisions, FollowSizeAndThresholds) {
-  const Decision& decision = GetParam();
+TEST(Allocation, FollowsSizeAndThresholds) {
+  const struct {
+    uint32_t request;
+    int32_t reserve;
+    int64_t maxConventional, tileSize;
+    uint32_t flags;
+  } kCases[] = {{1, 0, 0, 0, kConventional},
+                {1, 0, kSize, 0, kConventional},
+                {1, 0, kSize - 1, 0, kDisk},
+                {8, 0, kSize - 1, 0, kDisk},
+                {257, 0, kSize - 1, 1024, kTiled},
+                {256, 0, kSize - 1, 1024, kTiled},
+                {265, 0, kSize - 1, 1024, kNone},
+                {4, 0, kSize - 1, 1024, kTiled},
+                {1, 0, kAbove32Bits + 100, 1024, kTiled},  // the maximum is cut to 32 bits for the limit
+                {1, 0, -100, 0, kConventional},
+                {1, -100, 0, 1024, kTiled},
+                {8, -100, 0, 1024, kDisk},
+                {9, -100, 0, 1024, kDisk},
+                {257, -100, 0, 1024, kTiled},
+                {265, -100, 0, 1024, kNone},
+                {264, -100, 0, 1024, kNone},
+                {265, 4096, 0, 0, kConventional},
+                {4, 0, 0, 1024, kTiled},
+                {260, 0, 0, 1024, kTiled},
+                {4, 0, 0, kSize - 1, kTiled},
+                {4, 0, 0, kSize, kConventional},  // one tile is none
+                {4, 0, 0, 0, kConventional},      // the default tile is large
+                {128, 0, 0, 1024, kDisk},
+                {128, -100, 0, 1024, kDisk}};
   AccountBalance balance;
   ScopedThresholds thresholds;
-  for (const uint32_t layout : kLayouts) {
-    thresholds.Reserve(decision.reserve);
-    thresholds.MaxConventional(decision.maxConventional);
-    thresholds.TileSize(decision.tileSize);
-    Bitmap bitmap(layout);
-    ASSERT_EQ(bitmap.Init(64, 64, 8), 1);
-    EXPECT_EQ(V_AllocateBitmap(bitmap, decision.request), decision.status);
-    EXPECT_EQ(bitmap.StorageFlags(), decision.flags) << "layout " << layout;
-    if (decision.flags == kConventional) {
-      EXPECT_EQ(balance.Taken(), uint64_t{kSize});
+  for (const uint32_t layout : kLayouts)
+    for (const auto& c : kCases) {
+      SCOPED_TRACE(testing::Message() << "case " << &c - kCases << ", layout " << layout);
+      ASSERT_EQ(V_SetMemoryThresholds(c.reserve, c.maxConventional, c.tileSize, 0, 0, 7), 1);
+      Bitmap bitmap(layout);
+      ASSERT_EQ(bitmap.Init(64, 64, 8), 1);
+      EXPECT_EQ(V_AllocateBitmap(bitmap, c.request), c.flags == kNone ? -1 : 1);
+      EXPECT_EQ(bitmap.StorageFlags(), c.flags);
+      EXPECT_TRUE(c.flags != kConventional || balance.Taken() == uint64_t{kSize});
     }
-    V_FreeBitmap(bitmap);
-    EXPECT_EQ(balance.Taken(), 0u);
-  }
 }
 
 TEST(Allocation, TemporaryFilesInMemoryOnlyForbidDisk) {
   AccountBalance balance;
-  TempDirectory directory;
   ScopedTempFileMode mode(V_TempFileMemory);
   ScopedThresholds thresholds;
   Bitmap bitmap;
@@ -166,7 +110,6 @@ TEST(Allocation, TemporaryFilesInMemoryOnlyForbidDisk) {
   EXPECT_EQ(bitmap.StorageFlags(), kTiled);
   EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryNoTiled), -1);
   EXPECT_EQ(bitmap.StorageFlags(), 0u);
-  EXPECT_EQ(directory.Names(), std::vector<std::string>{});
 }
 
 // The account says no: tiles in a file and disk are the ways out, where they are allowed.
@@ -176,91 +119,39 @@ TEST(Allocation, FullAccountIsNotTheEnd) {
   thresholds.TileSize(1024);
   Bitmap bitmap;
   ASSERT_EQ(bitmap.Init(64, 64, 8), 1);
-  {
-    ScopedAccountLimit limit(2048);
-    const uint64_t start = UsedMemory();
-    for (const uint32_t request : {1u, 4u, 8u, 9u, 128u}) {
-      ASSERT_EQ(V_AllocateBitmap(bitmap, request), 1) << request;
-      EXPECT_TRUE(bitmap.StorageFlags() == kDisk || (bitmap.StorageFlags() == kTiled && (request & 8) == 0)) << request;
-      EXPECT_LE(UsedMemory(), start + 2048) << request;
-      std::vector<uint8_t> pixels(kSize);
-      for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * 7 + request);
-      WritePixels(bitmap, pixels);
-      EXPECT_EQ(ReadPixels(bitmap), pixels) << request;
-      EXPECT_LE(UsedMemory(), start + 2048) << request;
-    }
-    for (const uint32_t request : {264u, 265u}) {
-      const int32_t status = V_AllocateBitmap(bitmap, request);
-      EXPECT_TRUE(status == -1905 || status == -1) << request << " gave " << status;
-      EXPECT_EQ(bitmap.StorageFlags(), 0u);
-      EXPECT_EQ(UsedMemory(), start);
-    }
-  }
-  EXPECT_EQ(V_AllocateBitmap(bitmap, 265), 1);
-}
-
-TEST(Allocation, StorageThatIsAllocatedAgainIsReplacedAndZero) {
-  AccountBalance balance;
-  ScopedThresholds thresholds;
-  thresholds.TileSize(1024);
-  for (const uint32_t layout : kLayouts) {
-    Bitmap bitmap(layout);
-    ASSERT_EQ(bitmap.Create(V_MemoryConventional, 64, 64, 8), 1);
-    bitmap->Flags |= V_FlagSigned | V_FlagInterlaced | (1u << 25);
-    const uint32_t others = bitmap->Flags & ~kStorageBits;
-    for (const uint32_t first : {1u, 4u, 128u, 2u})
-      for (const uint32_t second : {1u, 4u, 128u, 2u, 1u}) {
-        SCOPED_TRACE(testing::Message() << first << " then " << second << ", layout " << layout);
-        ASSERT_EQ(V_AllocateBitmap(bitmap, first), 1);
-        if (first != 2) WritePixels(bitmap, std::vector<uint8_t>(kSize, 0xEE));
-        ASSERT_EQ(V_AllocateBitmap(bitmap, second), 1);
-        EXPECT_EQ(bitmap.StorageFlags(), second == 1   ? kConventional
-                                         : second == 4 ? kTiled
-                                         : second == 2 ? kUser
-                                                       : kDisk);
-        EXPECT_EQ(bitmap->Flags & ~kStorageBits, others) << "other flags are not allocation's business";
-        if (second != 2) {
-          EXPECT_EQ(ReadPixels(bitmap), std::vector<uint8_t>(kSize, 0));
-        }
-      }
-    EXPECT_EQ(V_AllocateBitmap(bitmap, 1), 1);
-    EXPECT_EQ(balance.Taken(), uint64_t{kSize});
+  ScopedAccountLimit limit(2048);
+  for (const uint32_t request : {1u, 4u, 8u, 9u, 128u, 264u, 265u}) {
+    const int32_t status = V_AllocateBitmap(bitmap, request);
+    const uint32_t flags = bitmap.StorageFlags();
+    EXPECT_TRUE(request > 255 ? status == -1905 || status == -1 : status == 1) << request << " gave " << status;
+    EXPECT_TRUE(request > 255 ? flags == 0 : flags == kDisk || (flags == kTiled && (request & 8) == 0)) << request;
+    EXPECT_LE(balance.Taken(), flags == 0 ? 0u : 2048u) << request;
+    if (flags == 0) continue;
+    const std::vector<uint8_t> pixels = Random(request).Bytes(kSize);
+    WritePixels(bitmap, pixels);
+    EXPECT_EQ(ReadPixels(bitmap), pixels) << request;
+    EXPECT_LE(balance.Taken(), 2048u) << request;
   }
 }
 
-// --- near the handle limit ------------------------------------------------------------------------------------------
+// --- near the handle limit ---
 
 TEST(Allocation, TilesAndSuperCompressionAreDroppedNearTheHandleLimit) {
-  bool reached = false;
-  Outcome tiled{}, plain{}, super{}, superOrPlain{};
-  {
-    const ManyHandles handles(18050);
-    reached = handles.Reached();
-    // A thread of its own has no older reading of the count.
-    std::thread([&] {
-      const auto allocate = [](uint32_t request) {
-        V_SetMemoryThresholds(0, 0, 1024, 0, 0, V_ThresholdTileSize);
-        Bitmap bitmap;
-        bitmap.Init(64, 64, 8);
-        const int32_t status = V_AllocateBitmap(bitmap, request);
-        return Outcome{status, bitmap.StorageFlags()};
-      };
-      tiled = allocate(V_MemoryTiled);
-      plain = allocate(V_MemoryConventional);
-      super = allocate(V_MemorySuperCompressed);
-      superOrPlain = allocate(V_MemorySuperCompressed | V_MemoryConventional);
-    }).join();
-  }
-  if (!reached) GTEST_SKIP() << "this system does not give a process that many handles";
-  EXPECT_EQ(tiled.status, 1);
-  EXPECT_EQ(tiled.flags, kConventional);
-  EXPECT_EQ(plain.flags, kConventional);
-  EXPECT_EQ(super.status, -13) << "nothing is left of the request";
-  EXPECT_EQ(superOrPlain.status, 1);
-  EXPECT_EQ(superOrPlain.flags, kConventional);
+  const ManyHandles handles(18050);
+  if (!handles.Reached()) GTEST_SKIP() << "this system does not give a process that many handles";
+  // A thread of its own has no older reading of the count.
+  std::thread([] {
+    V_SetMemoryThresholds(0, 0, 1024, 0, 0, V_ThresholdTileSize);
+    Bitmap bitmap;
+    bitmap.Init(64, 64, 8);
+    for (const auto& [request, status] : {std::pair(4u, 1), {1u, 1}, {1024u, -13}, {1025u, 1}}) {
+      EXPECT_EQ(V_AllocateBitmap(bitmap, request), status) << request;
+      EXPECT_EQ(bitmap.StorageFlags(), status == 1 ? kConventional : 0u) << request;
+    }
+  }).join();
 }
 
-// --- hook and callback ------------------------------------------------------------------------------------------------
+// --- hook and callback ---
 
 struct HookState {
   int32_t result = 1;
@@ -279,6 +170,13 @@ int32_t V_CALL AllocationSeen(BITMAPHANDLE* bitmap, ALLOCATEBITMAPCALLBACKDATA* 
   return state.result;
 }
 
+// What a call is told of the bitmap below.
+void ExpectSeen(const ALLOCATEBITMAPCALLBACKDATA& seen, uint32_t memory, uint32_t bytesPerLine, void* data) {
+  const ALLOCATEBITMAPCALLBACKDATA want = {
+      52, 0, memory, 40, 30, 16, bytesPerLine, uint32_t{V_OrderRgb565}, uint32_t{V_ViewRightTop}, 80 * 30, data};
+  EXPECT_EQ(memcmp(&seen, &want, sizeof want), 0);
+}
+
 TEST(AllocationHook, SeesTheRecordAndDecides) {
   AccountBalance balance;
   HookState state;
@@ -286,17 +184,7 @@ TEST(AllocationHook, SeesTheRecordAndDecides) {
   ASSERT_EQ(bitmap.Create(V_MemoryConventional, 40, 30, 16, V_OrderRgb565, V_ViewRightTop), 1);
   ScopedAllocateHook hook(&AllocationSeen, &state);
   EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryNoTiled), 1);
-  EXPECT_EQ(state.calls, 1);
-  EXPECT_EQ(state.seen.uStructSize, 52u);
-  EXPECT_EQ(state.seen.uMemory, uint32_t{V_MemoryNoTiled});
-  EXPECT_EQ(state.seen.Width, 40u);
-  EXPECT_EQ(state.seen.Height, 30u);
-  EXPECT_EQ(state.seen.BitsPerPixel, 16u);
-  EXPECT_EQ(state.seen.BytesPerLine, 0u) << "the hook is told 0";
-  EXPECT_EQ(state.seen.Order, uint32_t{V_OrderRgb565});
-  EXPECT_EQ(state.seen.ViewPerspective, uint32_t{V_ViewRightTop});
-  EXPECT_EQ(state.seen.Size, 80u * 30u);
-
+  ExpectSeen(state.seen, V_MemoryNoTiled, 0, nullptr);  // the hook is told a row length of 0
   WritePixels(bitmap, std::vector<uint8_t>(2400, 0xEE));
   const auto before = bitmap.Snapshot();
   for (const int32_t result : {2, 0, -55, 7}) {
@@ -305,98 +193,61 @@ TEST(AllocationHook, SeesTheRecordAndDecides) {
     EXPECT_EQ(bitmap.Snapshot(), before) << "a hook's refusal leaves the record as it was";
   }
   EXPECT_EQ(ReadPixels(bitmap), std::vector<uint8_t>(2400, 0xEE));
-
   state.result = 1;
   state.request = V_MemoryDisk;
   EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
   EXPECT_EQ(bitmap.StorageFlags(), kDisk);
   state.request = V_MemoryConventional | V_MemoryTiled;
   EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), -13) << "the changed request is checked";
-  state.request = 0;
-  Bitmap other;
-  state.result = -55;
-  EXPECT_EQ(other.Create(V_MemoryConventional, 4, 4, 8), -55);
-  EXPECT_EQ(other.StorageFlags(), 0u);
 }
 
 TEST(AllocationCallback, MayKeepTheDataChangeTheRequestOrRefuse) {
   AccountBalance balance;
   HookState state;
-  HostStore host;
+  int32_t freed = 0;
   BITMAPHANDLEDATACALLBACKS table{};
   table.uStructSize = sizeof(table);
   table.pUserData = &state;
   table.AllocateBitmapData = &AllocationSeen;
   Bitmap bitmap;
-  uint8_t data[64];
-  // Handled.
-  state.result = 2;
-  ASSERT_EQ(V_CreateBitmapWithCallbacks(bitmap, kCurrentLayout, V_MemoryConventional, 8, 8, 8, 0, nullptr, 3, data,
-                                        sizeof(data), &table),
+  uint8_t data[80];
+  state.result = 2;  // handled
+  ASSERT_EQ(V_CreateBitmapWithCallbacks(bitmap, kCurrentLayout, V_MemoryConventional, 40, 30, 16, V_OrderRgb565,
+                                        nullptr, V_ViewRightTop, data, sizeof(data), &table),
             1);
   EXPECT_EQ(bitmap.StorageFlags(), V_FlagAllocated | V_FlagMirror);
-  EXPECT_EQ(state.seen.BytesPerLine, 8u) << "the callback is told the row length";
-  EXPECT_EQ(state.seen.Size, 64u);
-  EXPECT_EQ(state.seen.ViewPerspective, 3u);
-  EXPECT_EQ(Field(state.seen.pData), data) << "the caller's data pointer";
+  ExpectSeen(state.seen, V_MemoryConventional, 80, data);
   EXPECT_EQ(balance.Taken(), 0u);
-  Access access(bitmap);
   EXPECT_EQ(V_GetBitmapRow(bitmap, data, 0, 8), -1) << "nobody has these rows";
   EXPECT_EQ(V_PutBitmapRow(bitmap, data, 0, 8), -1);
-  // Left to the engine, with another request.
-  state.result = 1;
-  ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
-  EXPECT_EQ(bitmap.StorageFlags(), kConventional);
-  EXPECT_EQ(state.seenPointer, nullptr) << "the data pointer is cleared beforehand";
-  state.request = V_MemoryDisk;
-  ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
-  EXPECT_EQ(bitmap.StorageFlags(), kDisk);
-  // Refused: the old storage is gone by then.
-  state.request = 0;
-  for (const int32_t result : {0, -55, 3}) {
-    state.result = 1;
+  // Left to the engine, perhaps with another request, or refused: the old storage is gone by then.
+  for (const auto& [result, request, flags] : {std::tuple(1, 0u, kConventional),
+                                               {1, uint32_t{V_MemoryDisk}, kDisk},
+                                               {0, 0u, 0u},
+                                               {-55, 0u, 0u},
+                                               {3, 0u, 0u}}) {
+    state.result = 1, state.request = 0;
     ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
-    state.result = result;
+    EXPECT_EQ(state.seenPointer, nullptr) << "the data pointer is cleared beforehand";
+    state.result = result, state.request = request;
     EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), result);
-    EXPECT_EQ(bitmap.StorageFlags(), 0u);
-    EXPECT_EQ(balance.Taken(), 0u);
+    EXPECT_EQ(bitmap.StorageFlags(), flags);
+    EXPECT_TRUE(flags != 0 || bitmap->Addr.Windows.pData == nullptr);
+    EXPECT_EQ(balance.Taken(), flags == kConventional ? 2400u : 0u);
   }
-  state.result = 1;
   const int32_t calls = state.calls;
   EXPECT_EQ(V_AllocateBitmap(bitmap, 3), -13);
   EXPECT_EQ(state.calls, calls) << "an invalid request never reaches the callback";
-  ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
-}
-
-TEST(FreeCallback, MayTakeTheFreeingOver) {
-  AccountBalance balance;
-  HostStore host;
-  {
-    StoredBitmap stored(kHostKind, kCurrentLayout, 8, 8, 8);
-    ASSERT_EQ(stored.Status(), 1);
-    EXPECT_EQ(stored.Host().allocated, 1);
-    V_FreeBitmap(stored);
-    EXPECT_EQ(stored.Host().freed, 1);
-    EXPECT_EQ(stored.Record().StorageFlags(), 0u);
-    EXPECT_EQ(Field(stored->DataCallbacks), nullptr);
-    V_FreeBitmap(stored);
-    EXPECT_EQ(stored.Host().freed, 1) << "there is nothing left to free";
-  }
   // A result of 1 leaves the freeing of the engine's own storage to the engine.
-  int32_t calls = 0;
-  BITMAPHANDLEDATACALLBACKS table{};
+  table = {};
   table.uStructSize = sizeof(table);
-  table.pUserData = &calls;
-  table.FreeBitmapData = [](BITMAPHANDLE*, void* userData) -> int32_t {
-    ++*static_cast<int32_t*>(userData);
-    return 1;
-  };
-  Bitmap bitmap;
-  ASSERT_EQ(V_CreateBitmapWithCallbacks(bitmap, kCurrentLayout, 1, 8, 8, 8, 0, nullptr, 1, nullptr, 0, &table), 1);
-  EXPECT_EQ(balance.Taken(), 64u);
+  table.pUserData = &freed;
+  table.FreeBitmapData = [](BITMAPHANDLE*, void* count) -> int32_t { return ++*static_cast<int32_t*>(count); };
+  ASSERT_EQ(V_SetBitmapDataCallbacks(bitmap, &table), 1);
+  ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
+  EXPECT_EQ(balance.Taken(), 2400u);
   V_FreeBitmap(bitmap);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(balance.Taken(), 0u);
+  EXPECT_EQ(freed, 1);
 }
 
 }  // namespace

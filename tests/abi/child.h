@@ -1,23 +1,13 @@
-// A folder of a test's own, and a second process of the test program.
+// A second process of the test program.
 //
 // A child runs one test of this program whose name starts with DISABLED_Child; it ends with FinishChild(), so that
 // its exit code tells "ran to the end" from "was never found".
 #ifndef VEXAKRN_TESTS_ABI_CHILD_H
 #define VEXAKRN_TESTS_ABI_CHILD_H
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
-#include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <system_error>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #ifdef _WIN32
 #ifndef NOMINMAX
@@ -34,15 +24,6 @@ extern char** environ;
 
 namespace vexatest {
 
-inline std::string Utf8(const std::filesystem::path& path) {
-  const std::u8string text = path.u8string();
-  return std::string(text.begin(), text.end());
-}
-
-inline std::filesystem::path FromUtf8(const std::string& text) {
-  return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
-
 inline unsigned long OwnProcessId() {
 #ifdef _WIN32
   return GetCurrentProcessId();
@@ -57,46 +38,6 @@ inline void SetEnvironment(const char* name, const char* value) {  // null remov
 #else
   value ? setenv(name, value, 1) : unsetenv(name);
 #endif
-}
-
-// An empty folder that disappears with everything in it.
-class Folder {
- public:
-  explicit Folder(const char* name = "folder") {
-    static std::atomic<int> count{0};
-    path_ = std::filesystem::temp_directory_path() /
-            ("vexakrn-" + std::string(name) + "-" + std::to_string(OwnProcessId()) + "-" + std::to_string(count++));
-    std::filesystem::remove_all(path_);  // of a killed run whose process id has come round again
-    std::filesystem::create_directories(path_);
-  }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-
-  const std::filesystem::path& Path() const { return path_; }
-  std::string operator/(const char* name) const { return Utf8(path_ / FromUtf8(name)); }
-  std::string Name() const { return Utf8(path_); }
-
-  std::vector<std::string> Files() const {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) names.push_back(Utf8(entry.path().filename()));
-    return names;
-  }
-
- private:
-  std::filesystem::path path_;
-};
-
-inline std::string ReadAll(const std::string& path) {
-  std::ifstream in(FromUtf8(path), std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-inline void WriteAll(const std::string& path, const std::string& bytes) {
-  std::ofstream(FromUtf8(path), std::ios::binary) << bytes;
 }
 
 // Waits until `condition` holds; false after ten seconds.

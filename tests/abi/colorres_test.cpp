@@ -5,9 +5,7 @@
 #include <tuple>
 
 #include "support/nearestentry.h"
-#include "support/random.h"
-#include "support/settings.h"
-#include "support/storage.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {

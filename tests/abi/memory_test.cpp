@@ -1,62 +1,37 @@
 // Default type, thresholds, the account of conventional memory, storage reports, and the two block allocators.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstring>
-
-#include "support/bitmap.h"
-#include "support/random.h"
-#include "support/settings.h"
-#include "support/storage.h"
-#include "vexakrn.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {
-
-struct Thresholds {
-  int32_t reserve = -1;
-  int64_t maxConventional = -1, tileSize = -1;
-  int32_t fourth = -1, fifth = -1;
-  bool operator==(const Thresholds&) const = default;
-};
-void PrintTo(const Thresholds& t, std::ostream* out) {
-  *out << t.reserve << ", " << t.maxConventional << ", " << t.tileSize << ", " << t.fourth << ", " << t.fifth;
-}
-
-Thresholds ReadThresholds() {
-  Thresholds t;
-  EXPECT_EQ(V_GetMemoryThresholds(&t.reserve, &t.maxConventional, &t.tileSize, &t.fourth, &t.fifth), 1);
-  return t;
-}
 
 TEST(DefaultMemoryType, IsConventionalOrDisk) {
   uint32_t type = 0;
   ASSERT_EQ(V_GetDefaultMemoryType(&type), 1);
   EXPECT_EQ(type, 1u);
-  EXPECT_EQ(V_SetDefaultMemoryType(128), 1);
-  for (const uint32_t refused : {0u, 2u, 4u, 129u, 256u, 512u, 1024u})
-    EXPECT_EQ(V_SetDefaultMemoryType(refused), -13) << refused;
-  ASSERT_EQ(V_GetDefaultMemoryType(&type), 1);
-  EXPECT_EQ(type, 128u);
+  for (const auto& [asked, status] : {std::pair(128u, 1), {0u, -13}, {2u, -13}, {4u, -13}, {129u, -13}, {1024u, -13}}) {
+    EXPECT_EQ(V_SetDefaultMemoryType(asked), status) << asked;
+    EXPECT_EQ(V_GetDefaultMemoryType(&type), 1);
+    EXPECT_EQ(type, 128u);
+  }
   EXPECT_EQ(V_GetDefaultMemoryType(nullptr), -13);
   EXPECT_EQ(V_SetDefaultMemoryType(1), 1);
 }
 
 TEST(MemoryThresholds, AreStoredInOrderUpToTheFirstRefusedOne) {
+  using Values = std::array<int64_t, 5>;
   ScopedThresholds scoped;
-  constexpr int64_t kLarge = int64_t{5} << 40;
-  EXPECT_EQ(V_SetMemoryThresholds(1, kLarge, kLarge + 1, 4, 5, 31), 1);
-  EXPECT_EQ(ReadThresholds(), (Thresholds{1, kLarge, kLarge + 1, 4, 5}));
-  EXPECT_EQ(V_SetMemoryThresholds(-100, -100, 0, -100, -100, 31), 1) << "the floors themselves";
-  EXPECT_EQ(ReadThresholds(), (Thresholds{-100, -100, 0, -100, -100}));
-  struct Case {
-    Thresholds values;
+  const auto set = [](const Values& v, uint32_t which) {
+    return V_SetMemoryThresholds(static_cast<int32_t>(v[0]), v[1], v[2], static_cast<int32_t>(v[3]),
+                                 static_cast<int32_t>(v[4]), which);
+  };
+  const struct {
+    Values values;
     uint32_t which;
     int32_t status;
-    Thresholds want;  // from 10, 20, 30, 40, 50
-  };
-  const Case cases[] = {
+    Values want;  // from 10, 20, 30, 40, 50
+  } kCases[] = {
+      {{1, int64_t{5} << 40, int64_t{6} << 40, 4, 5}, 31, 1, {1, int64_t{5} << 40, int64_t{6} << 40, 4, 5}},
+      {{-100, -100, 0, -100, -100}, 31, 1, {-100, -100, 0, -100, -100}},
       {{1, 2, 3, 4, 5}, 0, 1, {10, 20, 30, 40, 50}},
       {{1, 2, 3, 4, 5}, 1 | 4, 1, {1, 20, 3, 40, 50}},
       {{1, 2, 3, 4, 5}, 2 | 8 | 16, 1, {10, 2, 30, 4, 5}},
@@ -67,19 +42,18 @@ TEST(MemoryThresholds, AreStoredInOrderUpToTheFirstRefusedOne) {
       {{1, 2, 3, 4, INT32_MIN}, 31, -13, {1, 2, 3, 4, 50}},
       {{-101, INT64_MIN, -1, -101, 5}, 16, 1, {10, 20, 30, 40, 5}},
   };
-  for (const Case& c : cases) {
-    ASSERT_EQ(V_SetMemoryThresholds(10, 20, 30, 40, 50, 31), 1);
-    EXPECT_EQ(V_SetMemoryThresholds(c.values.reserve, c.values.maxConventional, c.values.tileSize, c.values.fourth,
-                                    c.values.fifth, c.which),
-              c.status);
-    EXPECT_EQ(ReadThresholds(), c.want) << "selected " << c.which;
+  for (const auto& c : kCases) {
+    ASSERT_EQ(set({10, 20, 30, 40, 50}, 31), 1);
+    EXPECT_EQ(set(c.values, c.which), c.status);
+    int32_t reserve = 0, fourth = 0, fifth = 0;
+    int64_t conventional = 0, tile = 0;
+    EXPECT_EQ(V_GetMemoryThresholds(&reserve, &conventional, &tile, &fourth, &fifth), 1);
+    EXPECT_EQ((Values{reserve, conventional, tile, fourth, fifth}), c.want) << "case " << &c - kCases;
+    EXPECT_EQ(V_GetMemoryThresholds(nullptr, nullptr, nullptr, nullptr, nullptr), 1) << "outputs may be null";
   }
-  int64_t tileSize = 0;
-  EXPECT_EQ(V_GetMemoryThresholds(nullptr, nullptr, &tileSize, nullptr, nullptr), 1) << "outputs may be null";
-  EXPECT_EQ(tileSize, 30);
 }
 
-// --- the account ----------------------------------------------------------------------------------------------------
+// --- the account ---
 
 TEST(MemoryAccount, ReservesUpToItsLimit) {
   AccountBalance balance;
@@ -149,75 +123,28 @@ TEST(MemoryAccount, TiledBitmapsStayBelowItsLimit) {
   }
 }
 
-// --- what storage a bitmap got ----------------------------------------------------------------------------------------
+// --- what storage a bitmap got ---
 
-struct MemoryInfo {
-  uint32_t type = 99;
-  int64_t tileSize = 99;
-  int32_t totalTiles = 99, conventionalTiles = 99;
-  int64_t maxView = 99;
-};
-
-int32_t ReadInfo(BITMAPHANDLE* bitmap, MemoryInfo& info) {
-  return V_GetBitmapMemoryInfo(bitmap, &info.type, &info.tileSize, &info.totalTiles, &info.conventionalTiles,
-                               &info.maxView);
-}
-
-class MemoryInfoKinds : public testing::TestWithParam<StorageKind> {};
-INSTANTIATE_TEST_SUITE_P(All, MemoryInfoKinds, testing::ValuesIn(kStorageKinds),
-                         [](const auto& kind) { return std::string(kind.param.name); });
-
-TEST_P(MemoryInfoKinds, ReportNamesTheStorage) {
-  const StorageKind& kind = GetParam();
-  AccountBalance balance;
-  StoredBitmap stored(kind, kCurrentLayout, kind.IsRuns() ? 256 : 32, 20, kind.IsRuns() ? 1 : 8);
-  ASSERT_EQ(stored.Status(), 1);
-  EXPECT_EQ(stored.Record().StorageFlags(), kind.flags);
-  MemoryInfo info;
-  ASSERT_EQ(ReadInfo(stored, info), 1);
-  const bool others = (kind.flags & V_FlagMirror) != 0;
-  EXPECT_EQ(info.type, others ? uint32_t{V_MemoryUser} : kind.memory);
-  if (!kind.IsTiled()) {
-    EXPECT_EQ(info.tileSize, 0);
-    EXPECT_EQ(info.totalTiles, 0);
-    EXPECT_EQ(info.conventionalTiles, 0);
-    EXPECT_EQ(info.maxView, 0);
-    return;
-  }
-  const int32_t rows = std::max(1, kind.tileRows);
-  EXPECT_EQ(std::max(int64_t{1}, info.tileSize / 32), rows) << "tiles hold whole rows";
-  EXPECT_EQ(info.totalTiles, (20 + rows - 1) / rows);
-  if (kind.fifth > 0) {
-    EXPECT_EQ(info.conventionalTiles, kind.fifth);  // 20 rows are more tiles than that
-    EXPECT_GT(info.maxView, 0);
-  } else if (kind.roomInTiles > 0) {
-    EXPECT_LE(info.conventionalTiles, kind.roomInTiles);
-  } else {
-    EXPECT_EQ(info.conventionalTiles, info.totalTiles) << "there is memory for all";
-  }
-}
-
-TEST(MemoryInfoReport, CountsTilesByTheFifthThreshold) {
+TEST(MemoryInfo, CountsTilesByTheFifthThreshold) {
   AccountBalance balance;
   ScopedThresholds thresholds;
   thresholds.TileSize(64);
-  struct Case {
-    int32_t fifth, inMemory;
-  };
-  for (const Case& c :
-       {Case{0, 10}, Case{3, 3}, Case{10, 10}, Case{1000, 10}, Case{-100, 10}, Case{-50, 5}, Case{-20, 2}}) {
-    thresholds.Fifth(c.fifth);
+  for (const auto& [fifth, inMemory] :
+       {std::pair(0, 10), {3, 3}, {10, 10}, {1000, 10}, {-100, 10}, {-50, 5}, {-20, 2}}) {
+    thresholds.Fifth(fifth);
     Bitmap bitmap;
     ASSERT_EQ(bitmap.Create(V_MemoryTiled, 64, 10, 8), 1);
-    MemoryInfo info;
-    ASSERT_EQ(ReadInfo(bitmap, info), 1);
-    EXPECT_EQ(info.totalTiles, 10);
-    EXPECT_EQ(info.conventionalTiles, c.inMemory) << "fifth threshold " << c.fifth;
+    uint32_t type = 0;
+    int32_t total = 0, conventional = 0;
+    int64_t tileSize = 0, view = 0;
+    ASSERT_EQ(V_GetBitmapMemoryInfo(bitmap, &type, &tileSize, &total, &conventional, &view), 1);
+    EXPECT_TRUE(type == V_MemoryTiled && tileSize == 64 && total == 10 && view > 0);
+    EXPECT_EQ(conventional, inMemory) << "fifth threshold " << fifth;
     // The threshold holds for tiles that a growth adds, too.
-    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 3 * static_cast<BITMAPHANDLE*>(bitmap)->Height), 1);
-    ASSERT_EQ(ReadInfo(bitmap, info), 1);
-    EXPECT_EQ(info.totalTiles, 30);
-    EXPECT_LE(info.conventionalTiles, c.fifth > 0 ? c.fifth : c.fifth == 0 ? 30 : 30 * -c.fifth / 100) << c.fifth;
+    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 30), 1);
+    ASSERT_EQ(V_GetBitmapMemoryInfo(bitmap, nullptr, nullptr, &total, &conventional, nullptr), 1);
+    EXPECT_EQ(total, 30);
+    EXPECT_LE(conventional, fifth > 0 ? fifth : fifth == 0 ? 30 : 30 * -fifth / 100) << fifth;
   }
 }
 

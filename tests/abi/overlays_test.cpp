@@ -1,74 +1,37 @@
 // Overlays: the bitmap keeps copies of its own.
-#include <gtest/gtest.h>
-
-#include "support/bitmap.h"
-#include "support/random.h"
-#include "support/settings.h"
-#include "support/storage.h"
-#include "vexakrn.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {
 
-BITMAPOVERLAY Overlay(BITMAPHANDLE* bitmap, int32_t x = 0, int32_t y = 0, uint32_t flags = 0) {
-  return {sizeof(BITMAPOVERLAY), x, y, flags, bitmap};
-}
-
-BITMAPOVERLAY Read(BITMAPHANDLE* bitmap, int32_t slot) {
-  BITMAPOVERLAY overlay{};
-  overlay.uStructSize = sizeof(overlay);
-  EXPECT_EQ(V_GetBitmapOverlay(bitmap, slot, &overlay), 1) << "slot " << slot;
-  return overlay;
-}
-
-class OverlayLayouts : public testing::TestWithParam<uint32_t> {
-  AccountBalance balance_;
-};
-INSTANTIATE_TEST_SUITE_P(All, OverlayLayouts, testing::ValuesIn(kLayouts),
-                         [](const auto& layout) { return "Size" + std::to_string(layout.param); });
-
-TEST_P(OverlayLayouts, SlotsHoldDeepCopies) {
-  Bitmap bitmap(GetParam());
-  ASSERT_EQ(bitmap.Create(V_MemoryConventional, 20, 20, 24, V_OrderBgr), 1);
-  std::vector<std::vector<uint8_t>> pixels(16);
-  for (int32_t slot = 15; slot >= 0; --slot) {  // in no particular order
-    Bitmap source(slot % 2 == 0 ? kCurrentLayout : kOlderLayout);
-    ASSERT_EQ(source.Create(slot % 3 == 0 ? V_MemoryDisk : V_MemoryConventional, 3 + slot, 5, 4), 1);
-    const auto at = static_cast<size_t>(slot);
-    pixels[at] = Random(at).Bytes(source->BytesPerLine * size_t{5});
-    WritePixels(source, pixels[at]);
-    source->pPalette[2].rgbRed = static_cast<uint8_t>(slot);
-    source->XResolution = 400 + slot;
-    const BITMAPOVERLAY overlay = Overlay(source, slot, -slot, slot % 2 == 0 ? 2 : 0);
-    ASSERT_EQ(V_SetBitmapOverlay(bitmap, slot, &overlay), 1);
-    // What happens to the caller's bitmap from here on is its own business: it is freed at once.
-    WritePixels(source, std::vector<uint8_t>(pixels[at].size(), 0));
+TEST(Overlays, SlotsHoldDeepCopies) {
+  for (const uint32_t layout : kLayouts) {
+    AccountBalance balance;
+    Bitmap bitmap(layout);
+    ASSERT_EQ(bitmap.Create(V_MemoryConventional, 20, 20, 24, V_OrderBgr), 1);
+    for (int32_t slot = 15; slot >= 0; --slot) {
+      Bitmap source(slot % 2 == 0 ? kCurrentLayout : kOlderLayout);
+      ASSERT_EQ(source.Create(slot % 3 == 0 ? V_MemoryDisk : V_MemoryConventional, 3 + slot, 5, 4), 1);
+      WritePixels(source, std::vector<uint8_t>(source->BytesPerLine * size_t{5}, static_cast<uint8_t>(slot)));
+      source->pPalette[2].rgbRed = static_cast<uint8_t>(slot);
+      const BITMAPOVERLAY overlay = {sizeof overlay, slot, -slot, 2, source};
+      ASSERT_EQ(V_SetBitmapOverlay(bitmap, slot, &overlay), 1);
+      // The caller's bitmap is freed at once.
+    }
+    EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1) << "new storage, but not of its overlays";
+    BITMAPOVERLAY got = {};
+    for (int32_t slot = 0; slot < 16; ++slot) {
+      EXPECT_EQ(V_FreeBitmapOverlay(bitmap, slot - 1), slot == 0 ? -13 : 1);
+      EXPECT_EQ(V_GetBitmapOverlay(bitmap, slot - 1, &got), slot == 0 ? -13 : -2);
+      ASSERT_EQ(V_GetBitmapOverlay(bitmap, slot, &got), 1);
+      EXPECT_TRUE(got.uStructSize == 24 && got.x == slot && got.y == -slot && got.uFlags == 2) << slot;
+      EXPECT_EQ(got.pBitmap->Width, 3 + slot);
+      EXPECT_EQ(got.pBitmap->pPalette[2].rgbRed, slot);
+      const std::vector<uint8_t> pixels = ReadPixels(got.pBitmap);
+      EXPECT_EQ(pixels, std::vector<uint8_t>(pixels.size(), static_cast<uint8_t>(slot)));
+    }
+    EXPECT_EQ(V_GetBitmapOverlay(bitmap, 16, &got), -13);
   }
-  for (int32_t slot = 0; slot < 16; ++slot) {
-    SCOPED_TRACE(slot);
-    const BITMAPOVERLAY got = Read(bitmap, slot);
-    EXPECT_EQ(got.uStructSize, 24u);
-    EXPECT_EQ(got.x, slot);
-    EXPECT_EQ(got.y, -slot);
-    EXPECT_EQ(got.uFlags, slot % 2 == 0 ? 2u : 0u);
-    ASSERT_NE(Field(got.pBitmap), nullptr);
-    EXPECT_EQ(got.pBitmap->Width, 3 + slot);
-    EXPECT_EQ(got.pBitmap->XResolution, 400 + slot);
-    EXPECT_EQ(got.pBitmap->pPalette[2].rgbRed, slot);
-    EXPECT_EQ(ReadPixels(got.pBitmap), pixels[static_cast<size_t>(slot)]);
-  }
-  // The copy may be written, and is what the next get sees.
-  WritePixels(Read(bitmap, 4).pBitmap, std::vector<uint8_t>(pixels[4].size(), 0x3C));
-  EXPECT_EQ(ReadPixels(Read(bitmap, 4).pBitmap), std::vector<uint8_t>(pixels[4].size(), 0x3C));
-  // Slots are freed one by one; the rest goes with the bitmap.
-  BITMAPOVERLAY out = Overlay(bitmap);
-  EXPECT_EQ(V_FreeBitmapOverlay(bitmap, 4), 1);
-  EXPECT_EQ(V_GetBitmapOverlay(bitmap, 4, &out), -2);
-  EXPECT_EQ(Field(out.pBitmap), nullptr);
-  EXPECT_EQ(V_FreeBitmapOverlay(bitmap, 4), 1) << "an empty slot is no error";
-  EXPECT_EQ(ReadPixels(Read(bitmap, 5).pBitmap), pixels[5]);
-  EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1) << "new storage of the bitmap";
-  EXPECT_EQ(ReadPixels(Read(bitmap, 5).pBitmap), pixels[5]) << "is not new storage of its overlays";
 }
 
 }  // namespace

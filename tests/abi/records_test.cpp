@@ -1,13 +1,5 @@
-// Rows as run-length records: in and out of every kind of storage, and bitmaps that hold them.
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "support/bitmap.h"
-#include "support/guarded.h"
-#include "support/random.h"
-#include "support/storage.h"
-#include "vexakrn.h"
+// Rows as run-length records: what is refused, and bitmaps that hold them.
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {
@@ -20,76 +12,11 @@ std::vector<uint8_t> Record(const std::vector<uint16_t>& runs) {
   return bytes;
 }
 
-// What the row encoder makes of pixels from `column` on.
-std::vector<uint8_t> Encoded(std::vector<uint8_t>& row, int32_t column, int32_t pixels) {
-  std::vector<uint8_t> bytes(V_RECORD_BYTES(pixels));
-  EXPECT_EQ(V_CompressRow(bytes.data(), row.data() + column / 8, column % 8, pixels), pixels);
-  uint32_t count = 0;
-  std::memcpy(&count, bytes.data(), 4);
-  bytes.resize(4 + 2 * size_t{count});
-  return bytes;
-}
-
-// Stretches of pixels, as scans have them, with a random edge now and then.
-std::vector<uint8_t> SomeRow(Random& random, size_t bytes) {
-  std::vector<uint8_t> row(bytes, random.Coin() ? 0x00 : 0xFF);
-  for (uint64_t edges = random.Below(6); edges > 0; --edges) {
-    const size_t from = random.Below(bytes);
-    for (size_t i = from; i < bytes && i < from + 1 + random.Below(9); ++i)
-      row[i] = static_cast<uint8_t>(random.Next());
-  }
-  return row;
-}
-
 class RecordKinds : public testing::TestWithParam<StorageKind> {
   AccountBalance balance_;
 };
 INSTANTIATE_TEST_SUITE_P(All, RecordKinds, testing::ValuesIn(kStorageKinds),
                          [](const auto& kind) { return std::string(kind.param.name); });
-
-// Whole rows and stretches of them as records, against packed rows of a model.
-TEST_P(RecordKinds, RowsGoInAndOutAsRecords) {
-  for (const int32_t width : {1, 7, 8, 9, 64, 200, 331}) {
-    Random random(static_cast<uint64_t>(width));
-    StoredBitmap stored(GetParam(), kCurrentLayout, width, 9, 1);
-    const size_t pitch = stored->BytesPerLine;
-    std::vector<std::vector<uint8_t>> model(9, std::vector<uint8_t>(pitch));
-    const Access access(stored);
-    for (int step = 0; step < 120; ++step) {
-      SCOPED_TRACE(testing::Message() << "width " << width << ", step " << step);
-      const int32_t row = random.Between(0, 8), column = random.Coin() ? 0 : random.Between(0, width - 1);
-      const int32_t pixels = column == 0 && random.Coin() ? width : random.Between(1, width - column);
-      std::vector<uint8_t>& line = model[static_cast<size_t>(row)];
-      if (random.Coin()) {
-        std::vector<uint8_t> source = SomeRow(random, pitch + 1);
-        const std::vector<uint8_t> record = Encoded(source, 3, pixels);
-        const bool whole = pixels == width && random.Coin();
-        ASSERT_EQ(whole
-                      ? V_PutBitmapRowCompressed(stored, record.data(), row, record.size())
-                      : V_PutBitmapRowColCompressed(stored, record.data(), row, column, static_cast<uint64_t>(pixels)),
-                  static_cast<int64_t>(record.size()));
-        for (int32_t p = 0; p < pixels; ++p) PutPixelAt(line.data(), column + p, 1, PixelAt(source.data(), 3 + p, 1));
-      } else {
-        const std::vector<uint8_t> want = Encoded(line, column, pixels);
-        GuardedBytes got(want.size());
-        ASSERT_EQ(pixels == width ? V_GetBitmapRowCompressed(stored, got.data(), row, want.size())
-                                  : static_cast<int64_t>(want.size()),
-                  static_cast<int64_t>(want.size()));
-        if (pixels == width) {
-          ASSERT_EQ(got, want);
-        }
-        GuardedBytes part(V_RECORD_BYTES(pixels));
-        ASSERT_EQ(V_GetBitmapRowColCompressed(stored, part.data(), row, column, static_cast<uint64_t>(pixels)),
-                  static_cast<int64_t>(want.size()));
-        ASSERT_EQ(std::memcmp(part.data(), want.data(), want.size()), 0);
-        ASSERT_TRUE(got.GuardsIntact() && part.GuardsIntact());
-      }
-      std::vector<uint8_t> row8(pitch);
-      ASSERT_EQ(V_GetBitmapRow(stored, row8.data(), row, pitch), static_cast<int64_t>(pitch));
-      ASSERT_EQ(row8, line);
-    }
-  }
-}
 
 TEST_P(RecordKinds, MalformedRecordsAndArgumentsChangeNothing) {
   StoredBitmap stored(GetParam(), kCurrentLayout, 20, 3, 1);

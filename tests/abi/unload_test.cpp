@@ -1,20 +1,13 @@
 // Loading and unloading the library at run time, with threads that live longer than it. A copy is used, as the program
 // itself holds the library.
 #ifdef _WIN32
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <filesystem>
-#include <thread>
-
 #include "abi/child.h"
-#include "vexakrn.h"
 
 namespace {
 
 // A thread's settings go with the library; if its end still called into the library, the program would crash.
 TEST(Unloading, LeavesNothingBehindInLivingThreads) {
-  const vexatest::Folder folder("unload");
+  const vexatest::Folder folder;
   const std::filesystem::path copy = folder.Path() / "copy.dll";
   wchar_t library[1000];
   ASSERT_NE(GetModuleFileNameW(GetModuleHandleW(L"vexakrn.dll"), library, 1000), 0u);

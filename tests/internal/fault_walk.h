@@ -7,20 +7,8 @@
 #ifndef VEXAKRN_TESTS_INTERNAL_FAULT_WALK_H
 #define VEXAKRN_TESTS_INTERNAL_FAULT_WALK_H
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "platform/fault.h"
-#include "support/settings.h"
-#include "support/storage.h"
-#include "support/tempdir.h"
+#include "support/testing.h"
 
 namespace vexatest {
 

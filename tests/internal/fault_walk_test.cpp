@@ -1,12 +1,5 @@
-// Every operation of the bitmap core with every call to the system failing in turn.
+// Every operation on bitmaps with every call to the system failing in turn.
 #include "fault_walk.h"
-
-#include <cstring>
-#include <optional>
-
-#include "support/bitmap.h"
-#include "support/random.h"
-#include "vexakrn.h"
 
 namespace vexatest {
 namespace {
@@ -17,352 +10,370 @@ std::vector<uint8_t> SomePixels(BITMAPHANDLE* bitmap) {
   return Random(1).Bytes(bitmap->BytesPerLine * static_cast<size_t>(bitmap->Height));
 }
 
-// A bitmap with known pixels, and what it was before the operation. At 8 bits a row has kWidth bytes, also in storage
-// for 1-bit pixels only.
+// A bitmap with known pixels, and what it was before the operation. A row has kWidth bytes at 1 bit and at 8.
 struct Filled {
-  Filled(const StorageKind& kind, uint32_t layout, int32_t bits = 8)
-      : stored(kind, layout, kind.Holds(bits) ? kWidth : kWidth * 8, kHeight, kind.Holds(bits) ? bits : 1) {
+  Filled(const StorageKind& kind, uint32_t layout, int32_t bits)
+      : stored(kind, layout, bits == 1 ? kWidth * 8 : kWidth, kHeight, bits) {
     EXPECT_EQ(stored.Status(), 1);
     pixels = SomePixels(stored);
     WritePixels(stored, pixels);
     stored.DropPadding(pixels);
+    stored.Thresholds().Fifth(0);
     record = stored.Record().Snapshot();
   }
-  void ExpectUnchanged() {
-    EXPECT_EQ(stored.Record().Snapshot(), record) << "the record changed";
-    EXPECT_EQ(ReadPixels(stored), pixels) << "the pixels changed";
-  }
-
   StoredBitmap stored;
   std::vector<uint8_t> pixels, record;
-};
-
-// Every kind in the layouts that it has.
-template <typename Body>
-void ForEachStorage(Body body) {
-  for (const StorageKind& kind : kStorageKinds)
-    for (const uint32_t layout : kLayouts)
-      if (layout == kCurrentLayout || kind.InOlderLayout()) body(kind, layout);
-}
-
-std::string Name(const StorageKind& kind, uint32_t layout) {
-  return std::string(kind.name) + " " + std::to_string(layout);
-}
-
-// --- lifecycle --------------------------------------------------------------------------------------------------
-
-struct Empty {
-  explicit Empty(uint32_t layout) : bitmap(layout) { thresholds.TileSize(kWidth * 3); }
-  ScopedThresholds thresholds;
-  HostStore host;
-  Bitmap bitmap;
+  Bitmap other;
 };
 
 void ExpectUsable(BITMAPHANDLE* bitmap) {
   ASSERT_NE(bitmap->Flags & V_FlagAllocated, 0u);
-  const std::vector<uint8_t> fresh = ReadPixels(bitmap);
+  const std::vector<uint8_t> fresh = ReadPixels(bitmap), pixels = SomePixels(bitmap);
   EXPECT_EQ(fresh, std::vector<uint8_t>(fresh.size(), 0));
-  const std::vector<uint8_t> pixels = SomePixels(bitmap);
   WritePixels(bitmap, pixels);
   EXPECT_EQ(ReadPixels(bitmap), pixels);
 }
 
+// --- making ---
+
 TEST_F(FaultWalk, Create) {
   for (const uint32_t layout : kLayouts)
-    for (const uint32_t memory : {1u, 4u, 8u, 9u, 128u, 256u, 257u, 260u, 264u, 265u, 768u, 1024u, 1281u}) {
-      const uint64_t failures = Walk("create " + std::to_string(memory) + ", " + std::to_string(layout), [=] {
-        auto state = std::make_shared<Empty>(layout);
-        const bool runs = memory == (V_MemoryCompressed | V_MemoryNoDisk);
-        Trial trial{state,
-                    [=] { return state->bitmap.Create(memory, runs ? kWidth * 8 : kWidth, kHeight, runs ? 1 : 8); }};
+    for (const uint32_t memory : {0u, 1u, 4u, 8u, 9u, 128u, 256u, 257u, 260u, 264u, 265u, 768u, 1024u, 1281u}) {
+      const bool hosted = memory == 0, runs = memory == (V_MemoryCompressed | V_MemoryNoDisk);
+      if (hosted && layout == kOlderLayout) continue;
+      struct State {
+        explicit State(uint32_t size) : bitmap(size) { thresholds.TileSize(kWidth * 3); }
+        ScopedThresholds thresholds;
+        HostStore host;
+        Bitmap bitmap;
+      };
+      const auto make = [=] {
+        auto state = std::make_shared<State>(layout);
+        Trial trial{state, [=] {
+                      const BITMAPHANDLEDATACALLBACKS table = state->host.Table();
+                      return V_CreateBitmapWithCallbacks(state->bitmap, layout, hosted ? 1 : memory,
+                                                         runs ? kWidth * 8 : kWidth, kHeight, runs ? 1 : 8, V_OrderRgb,
+                                                         nullptr, V_ViewTopLeft, nullptr, 0, hosted ? &table : nullptr);
+                    }};
         // Without a handle count there is no super-compressed store, and this request asks for nothing else.
         if (memory == V_MemorySuperCompressed) trial.failures.push_back(V_StatusInvalidParameter);
+        trial.failures.push_back(state->host.refusal);
         trial.unchanged = [=] { EXPECT_EQ(state->bitmap.StorageFlags(), 0u); };
         trial.done = [=] {
           ExpectUsable(state->bitmap);
           EXPECT_NE(Field(state->bitmap->pPalette), nullptr);
         };
+        trial.host = &state->host;
         return trial;
-      });
-      EXPECT_GE(failures, 2u) << "storage and palette are asked for";
+      };
+      const std::string name = "create " + std::to_string(memory) + ", " + std::to_string(layout);
+      EXPECT_GE(Walk(name, make), 2u) << "storage and palette are asked for";
+      EXPECT_EQ(hosted ? WalkRefusals(name, make) : 1, 1);
     }
 }
 
-TEST_F(FaultWalk, CreateWithCallbacks) {
+// --- what is done to a bitmap ---
+
+template <typename Call>
+int64_t Accessed(BITMAPHANDLE* bitmap, Call call) {
+  if (const int32_t status = V_AccessBitmap(bitmap); status != 1) return status;
+  const int64_t moved = call();
+  V_ReleaseBitmap(bitmap);
+  return moved > 0 ? 1 : moved;
+}
+
+struct Operation {
+  std::string name;
+  std::function<int64_t(Filled&)> run;                 // 1 for a success
+  std::function<void(Filled&)> done = [](Filled&) {};  // changes the pixels that are expected, and may look at more
+  int32_t refusals = 0;                                // callbacks of a host that are asked
+  std::vector<int64_t> failures = {V_StatusNoMemory};  // besides those of its host
+  std::function<void(Filled&)> prepare = [](Filled&) {};
+  std::function<void(Filled&)> failed = [](Filled& f) {
+    EXPECT_EQ(f.stored.Record().Snapshot(), f.record) << "the record changed";
+    EXPECT_EQ(ReadPixels(f.stored), f.pixels) << "the pixels changed";
+  };
+  bool keepsPixels = true;  // else there are none of these afterwards
+};
+
+bool IsEngines(const StorageKind& kind) { return kind.setup != StorageKind::kHost; }
+bool CanGrow(const StorageKind& kind) { return (kind.flags & V_FlagMirror) == 0; }
+
+class Operations : public FaultWalk {
+ protected:
+  // On every kind of storage that holds so many bits, in the layouts that it has.
+  void Run(const Operation& operation, int32_t bits, bool (*suits)(const StorageKind&) = nullptr) {
+    for (const StorageKind& kind : kStorageKinds)
+      for (const uint32_t layout : kLayouts) {
+        if (!kind.Holds(bits) || (suits && !suits(kind)) || (layout == kOlderLayout && !kind.InOlderLayout())) continue;
+        const auto make = [&] {
+          auto state = std::make_shared<Filled>(kind, layout, bits);
+          operation.prepare(*state);
+          state->record = state->stored.Record().Snapshot();
+          Trial trial{state, [&, state] { return operation.run(*state); }};
+          trial.failures = operation.failures;
+          trial.failures.push_back(state->stored.Host().refusal);
+          if (kind.setup == StorageKind::kMovable) trial.failures.push_back(V_StatusNoMemory);  // its lock
+          trial.unchanged = [&, state] { operation.failed(*state); };
+          trial.done = [&, state] {
+            operation.done(*state);
+            EXPECT_TRUE(!operation.keepsPixels || ReadPixels(state->stored) == state->pixels);
+          };
+          trial.host = &state->stored.Host();
+          return trial;
+        };
+        const std::string name =
+            operation.name + ", " + kind.name + " " + std::to_string(layout) + ", " + std::to_string(bits) + " bits";
+        Walk(name, make);
+        EXPECT_EQ(IsEngines(kind) ? operation.refusals : WalkRefusals(name, make), operation.refusals) << name;
+      }
+  }
+
+  // Super-compressed storage is refused as invalid without a handle count.
+  const std::vector<int64_t> copyFailures_ = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead, V_StatusMemoryLimit,
+                                              V_StatusInvalidParameter};
+};
+
+// --- rows ---
+
+TEST_F(Operations, OnRows) {
+  std::vector<uint8_t> line = Random(9).Bytes(kWidth - 7), got(kWidth * kHeight);
+  for (const int32_t bits : {1, 8}) {
+    Run({.name = "get rows",
+         .run =
+             [&](Filled& f) {
+               return Accessed(f.stored, [&] { return V_GetBitmapRow(f.stored, got.data(), 0, got.size()); });
+             },
+         .done = [&](Filled& f) { EXPECT_EQ(got, f.pixels); },
+         .refusals = 3,
+         .failures = {V_StatusFileSeek, V_StatusFileRead}},
+        bits);
+    for (const int32_t row : {0, kHeight - 1})  // a put inside one tile either happens or does not
+      Run({.name = "put row " + std::to_string(row),
+           .run =
+               [&](Filled& f) {
+                 const int32_t column = bits == 1 ? 40 : 5;
+                 return Accessed(f.stored,
+                                 [&] { return V_PutBitmapRowCol(f.stored, line.data(), row, column, line.size()); });
+               },
+           .done = [&](Filled& f) { std::copy(line.begin(), line.end(), f.pixels.begin() + row * kWidth + 5); },
+           .refusals = 3,
+           .failures = {V_StatusNoMemory, V_StatusFileSeek}},
+          bits);
+  }
+  for (const int32_t bits : kDepths)
+    Run({.name = "segments",
+         .run =
+             [&](Filled& f) {
+               const BITMAPROWSEGMENT segments[] = {{8, 9, line.data()}, {21, 10, line.data() + 15}};
+               return Accessed(f.stored, [&] { return V_PutBitmapRowSegments(f.stored, segments, 2, 4); });
+             },
+         .done =
+             [&](Filled& f) {
+               uint8_t* row = f.pixels.data() + 4 * f.stored->BytesPerLine;
+               for (int32_t p = 0; p < 9; ++p) PutPixelAt(row, 8 + p, bits, PixelAt(line.data(), p, bits));
+               for (int32_t p = 0; p < 10; ++p) PutPixelAt(row, 21 + p, bits, PixelAt(line.data() + 15, p, bits));
+             },
+         .refusals = bits % 8 == 0 ? 4 : 6,
+         .failures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead},
+         .failed = [](Filled&) {}},  // the first may have been put
+        bits);
+  std::vector<uint8_t> record(V_RECORD_BYTES(kWidth * 8)), row(kWidth, 0x55);  // a long record: it fits no old place
+  V_CompressRow(record.data(), row.data(), 0, kWidth * 8);
+  Run({.name = "records",
+       .run =
+           [&](Filled& f) {
+             return Accessed(f.stored, [&] {
+               const int64_t put = V_PutBitmapRowCompressed(f.stored, record.data(), 4, record.size());
+               if (put < 0) return put;
+               std::copy(row.begin(), row.end(), f.pixels.begin() + 4 * kWidth);
+               std::vector<uint8_t> out(record.size());
+               const int64_t bytes = V_GetBitmapRowCompressed(f.stored, out.data(), 4, out.size() - 2);  // it just fits
+               return bytes < 0 ? bytes : V_PutBitmapRowColCompressed(f.stored, out.data(), 4, 0, kWidth * 8);
+             });
+           },
+       .refusals = 5,
+       .failures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead},
+       .failed = [](Filled& f) { EXPECT_EQ(ReadPixels(f.stored), f.pixels); }},
+      1);
+}
+
+// --- storage ---
+
+TEST_F(Operations, OnTheStorage) {
+  for (const int32_t bits : {1, 8}) {
+    for (const int32_t height : {4, 12, 30})
+      Run({.name = "height " + std::to_string(height),
+           .run = [=](Filled& f) { return V_ChangeBitmapHeight(f.stored, height); },
+           .done =
+               [=](Filled& f) {
+                 f.pixels.resize(kWidth * static_cast<size_t>(height));
+                 EXPECT_EQ(ReadPixels(f.stored), f.pixels);
+                 // Rows that were cut off, or that a failed growth left behind, never come back.
+                 f.pixels.resize(kWidth * size_t{40});
+                 ASSERT_EQ(V_ChangeBitmapHeight(f.stored, 40), 1);
+               }},
+          bits, CanGrow);
+    for (const uint32_t memory : {1u, 4u, 128u, 512u, 1024u}) {
+      if (memory == V_MemoryCompressed && bits != 1) continue;
+      Run({.name = "move to " + std::to_string(memory),
+           .run = [=](Filled& f) { return V_SetBitmapMemoryInfo(f.stored, memory, 100, 0, 0, 3); },
+           .failures = copyFailures_},
+          bits, IsEngines);
+      Run({.name = "allocate " + std::to_string(memory),
+           .run = [=](Filled& f) { return V_AllocateBitmap(f.stored, memory); },
+           .done = [](Filled& f) { ExpectUsable(f.stored); },
+           .failures = copyFailures_,
+           .failed = [](Filled& f) { EXPECT_EQ(f.stored.Record().StorageFlags(), 0u); },
+           .keepsPixels = false},
+          bits, [](const StorageKind& kind) { return IsEngines(kind) && kind.roomInTiles == 0; });
+    }
+    Run({.name = "free",
+         .run =
+             [](Filled& f) {
+               V_FreeBitmap(f.stored);
+               return 1;
+             },
+         .done = [](Filled& f) { EXPECT_TRUE((f.stored->Flags & V_FlagAllocated) == 0 && !f.stored->pPalette); },
+         .refusals = 1,
+         .keepsPixels = false},
+        bits);
+  }
+}
+
+// --- copies and overlays ---
+
+TEST_F(Operations, OfCopies) {
+  const auto setOverlay = [](BITMAPHANDLE* on, BITMAPHANDLE* overlay, int32_t x) {
+    const BITMAPOVERLAY given = {sizeof given, x, 1, 0, overlay};
+    return V_SetBitmapOverlay(on, 2, &given);
+  };
+  const auto overlayOf = [](BITMAPHANDLE* bitmap) {
+    BITMAPOVERLAY overlay = {sizeof overlay, 0, 0, 0, nullptr};
+    V_GetBitmapOverlay(bitmap, 2, &overlay);
+    return overlay;
+  };
+  for (const uint32_t memory : {1u, 512u, 1024u})
+    Run({.name = "copy to " + std::to_string(memory),
+         .run =
+             [=](Filled& f) {
+               return memory == 512 ? V_CopyBitmapRect2(f.other, f.stored, kCurrentLayout, 3, 2, 900, 900, memory)
+                                    : V_CopyBitmap2(f.other, f.stored, kCurrentLayout, memory);
+             },
+         .done =
+             [=](Filled& f) {
+               EXPECT_EQ(f.other->Height, memory == 512 ? kHeight - 2 : kHeight);
+               EXPECT_TRUE(memory == 512 || ReadPixels(f.other) == f.pixels);
+               EXPECT_EQ(overlayOf(f.other).x, memory == 512 ? 4 : 7);
+             },
+         .refusals = memory == 512 ? kHeight : kHeight + 2,
+         .failures = copyFailures_,
+         .prepare =
+             [=](Filled& f) {
+               f.other.Create(V_MemoryConventional, 3, 3, 8);
+               EXPECT_EQ(setOverlay(f.stored, f.other, 7), 1);
+               V_FreeBitmap(f.other);
+             }},
+        1);
+  for (const bool replaces : {false, true})
+    Run({.name = "overlay",
+         .run = [=](Filled& f) { return setOverlay(f.other, f.stored, 3); },
+         .done =
+             [=](Filled& f) {
+               EXPECT_EQ(overlayOf(f.other).x, 3);
+               EXPECT_EQ(ReadPixels(overlayOf(f.other).pBitmap), f.pixels);
+             },
+         .refusals = kHeight + 2,
+         .failures = copyFailures_,
+         .prepare =
+             [=](Filled& f) {
+               f.other.Create(V_MemoryConventional, 3, 3, 8);
+               EXPECT_EQ(replaces ? setOverlay(f.other, f.other, 1) : 1, 1);
+             },
+         .failed = [=](Filled& f) { EXPECT_EQ(overlayOf(f.other).x, replaces ? 1 : 0); }},
+        8);
+}
+
+// --- other depths ---
+
+TEST_F(Operations, OfColorResolution) {
+  const RGBQUAD palette[] = {{1, 2, 3, 0}, {200, 10, 90, 0}, {40, 250, 100, 0}, {0, 0, 0, 0}};
+  struct {
+    int32_t from, to;
+    uint32_t options;
+    bool inPlace;
+    int32_t refusals;
+  } const cases[] = {{1, 4, V_ColorResFixedPalette, true, kHeight + 3},
+                     {24, 4, V_ColorResOptimized, false, 2 * kHeight + 4},
+                     {24, 2, V_ColorResUsePalette | V_ColorResSlowMatch, true, kHeight + 3},
+                     {8, 24, V_ColorResFixedPalette, false, kHeight + 2}};
+  for (const auto& c : cases)
+    Run({.name = "to " + std::to_string(c.to) + " bits",
+         .run =
+             [&](Filled& f) {
+               return V_ColorResBitmap(f.stored, c.inPlace ? nullptr : f.other.get(), kCurrentLayout, c.to, c.options,
+                                       palette, nullptr, 4);
+             },
+         .done = [&](Filled& f) { EXPECT_EQ(Field((c.inPlace ? f.stored.Record() : f.other)->BitsPerPixel), c.to); },
+         .refusals = c.refusals,
+         .failures = copyFailures_,
+         .prepare =
+             [&](Filled& f) {
+               const bool diffuses = (c.options & V_ColorResSlowMatch) == 0;
+               f.stored->DitherMethod = diffuses ? V_DitheringStucki : V_DitheringNone;
+             },
+         .keepsPixels = !c.inPlace},
+        c.from);
+}
+
+TEST_F(FaultWalk, ListsToAnotherDepth) {
+  struct State {
+    State() {
+      V_CreateBitmapList(&list);
+      for (int32_t i = 0; i < 3; ++i) {
+        BITMAPHANDLE item;
+        V_CreateBitmap(&item, kCurrentLayout, 1, 8, 2, 24, V_OrderBgr, nullptr, 1, nullptr, 0);
+        V_InsertBitmapListItem(list, V_LIST_END, &item);
+      }
+    }
+    ~State() { V_DestroyBitmapList(list); }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+    void ExpectDepth(int32_t bits) const {
+      for (uint32_t i = 0; i < 3; ++i) {
+        BITMAPHANDLE item;
+        EXPECT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
+        EXPECT_EQ(Field(item.BitsPerPixel), bits);
+      }
+    }
+    HBITMAPLIST list = nullptr;
+  };
   const auto make = [] {
-    auto state = std::make_shared<Empty>(kCurrentLayout);
-    Trial trial{state, [=] {
-                  const BITMAPHANDLEDATACALLBACKS table = state->host.Table();
-                  return V_CreateBitmapWithCallbacks(state->bitmap, kCurrentLayout, V_MemoryConventional, kWidth,
-                                                     kHeight, 8, V_OrderRgb, nullptr, V_ViewTopLeft, nullptr, 0,
-                                                     &table);
-                }};
-    trial.failures.push_back(state->host.refusal);
-    trial.unchanged = [=] { EXPECT_EQ(state->bitmap.StorageFlags(), 0u); };
-    trial.done = [=] { ExpectUsable(state->bitmap); };
-    trial.host = &state->host;
+    auto state = std::make_shared<State>();
+    Trial trial{state,
+                [=] { return V_ColorResBitmapListExt(state->list, 4, V_ColorResOptimized, nullptr, nullptr, 0); }};
+    trial.unchanged = [=] { state->ExpectDepth(24); };
+    trial.done = [=] { state->ExpectDepth(4); };
     return trial;
   };
-  EXPECT_GE(Walk("create with callbacks", make), 1u);
-  EXPECT_EQ(WalkRefusals("create with callbacks", make), 1);
+  EXPECT_GE(Walk("list", make), 8u);
 }
 
-TEST_F(FaultWalk, AllocateInPlaceOfOtherStorage) {
-  for (const uint32_t memory : {1u, 4u, 128u, 265u, 512u, 1024u})
-    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      if (kind.setup == StorageKind::kHost || layout != kCurrentLayout) return;
-      if (kind.roomInTiles > 0 && memory > 256) return;  // there is no room for it in memory
-      if ((memory & V_MemoryCompressed) != 0 && !kind.IsRuns()) return;
-      Walk("allocate " + std::to_string(memory) + " over " + Name(kind, layout), [=, &kind] {
-        auto state = std::make_shared<Filled>(kind, layout);
-        state->stored.Thresholds().Fifth(0);
-        Trial trial{state, [=] { return V_AllocateBitmap(state->stored, memory); }};
-        trial.failures.push_back(V_StatusMemoryLimit);
-        trial.failures.push_back(V_StatusInvalidParameter);  // super-compressed without a handle count
-        trial.unchanged = [=] { EXPECT_EQ(state->stored.Record().StorageFlags(), 0u); };
-        trial.done = [=] { ExpectUsable(state->stored); };
-        return trial;
-      });
-    });
-}
-
-TEST_F(FaultWalk, Free) {
-  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-    const auto make = [=, &kind] {
-      auto state = std::make_shared<Filled>(kind, layout);
-      Trial trial{state, [=] {
-                    V_FreeBitmap(state->stored);
-                    return 1;
-                  }};
-      trial.done = [=] {
-        EXPECT_EQ(state->stored->Flags & V_FlagAllocated, 0u);
-        EXPECT_EQ(Field(state->stored->pPalette), nullptr);
-      };
-      trial.host = &state->stored.Host();
-      return trial;
-    };
-    Walk("free " + Name(kind, layout), make);
-    if (kind.setup == StorageKind::kHost) {
-      EXPECT_EQ(WalkRefusals("free " + Name(kind, layout), make), 1);
-    }
-  });
-}
-
-// --- rows -------------------------------------------------------------------------------------------------------
-
-const std::vector<int64_t> kRowFailures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead, -4242};
-// A read that fails says so; a write that fails has not stored the bytes.
-const std::vector<int64_t> kGetFailures = {V_StatusFileSeek, V_StatusFileRead, -4242};
-const std::vector<int64_t> kPutFailures = {V_StatusFileSeek, V_StatusNoMemory, -4242};
-
-TEST_F(FaultWalk, GetRows) {
-  ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-    const auto make = [=, &kind] {
-      struct State : Filled {
-        using Filled::Filled;
-        std::vector<uint8_t> got;
-      };
-      auto state = std::make_shared<State>(kind, layout);
-      state->got.resize(state->pixels.size());
-      Trial trial{state, [=] {
-                    int32_t status = V_AccessBitmap(state->stored);
-                    if (status != 1) return int64_t{status};
-                    const int64_t moved = V_GetBitmapRow(state->stored, state->got.data(), 0, state->got.size());
-                    status = V_ReleaseBitmap(state->stored);
-                    return status == 1 ? moved : int64_t{status};
-                  }};
-      trial.failures = kGetFailures;
-      if (kind.setup == StorageKind::kMovable) trial.failures = {V_StatusNoMemory};  // its lock
-      trial.success = static_cast<int64_t>(state->pixels.size());
-      trial.unchanged = [=] { state->ExpectUnchanged(); };
-      trial.done = [=] {
-        EXPECT_EQ(state->got, state->pixels);
-        state->ExpectUnchanged();
-      };
-      trial.host = &state->stored.Host();
-      return trial;
-    };
-    Walk("get rows " + Name(kind, layout), make);
-    if (kind.setup == StorageKind::kHost) {
-      EXPECT_EQ(WalkRefusals("get rows", make), 3);
-    }
-  });
-}
-
-// A put inside one tile either happens or does not.
-TEST_F(FaultWalk, PutRow) {
-  for (const int32_t row : {0, kHeight - 1})
-    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      const auto make = [=, &kind] {
-        auto state = std::make_shared<Filled>(kind, layout);
-        const std::vector<uint8_t> line = Random(9).Bytes(kWidth - 7);
-        Trial trial{state, [=] {
-                      int32_t status = V_AccessBitmap(state->stored);
-                      if (status != 1) return int64_t{status};
-                      const int64_t moved = V_PutBitmapRowCol(state->stored, line.data(), row,
-                                                              state->stored->BitsPerPixel == 1 ? 40 : 5, line.size());
-                      status = V_ReleaseBitmap(state->stored);
-                      if (status != 1 && moved > 0)  // the row is there, its release is what failed
-                        std::copy(line.begin(), line.end(), state->pixels.begin() + row * kWidth + 5);
-                      return status == 1 ? moved : int64_t{status};
-                    }};
-        trial.failures = kPutFailures;
-        trial.success = static_cast<int64_t>(line.size());
-        trial.unchanged = [=] { state->ExpectUnchanged(); };
-        trial.done = [=] {
-          std::copy(line.begin(), line.end(), state->pixels.begin() + row * kWidth + 5);
-          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-        };
-        trial.host = &state->stored.Host();
-        return trial;
-      };
-      Walk("put row " + std::to_string(row) + " " + Name(kind, layout), make);
-      if (kind.setup == StorageKind::kHost) {
-        EXPECT_EQ(WalkRefusals("put row", make), 3);
-      }
-    });
-}
-
-TEST_F(FaultWalk, PutSegments) {
-  for (const int32_t bits : {1, 3, 8, 12})
-    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      if (!kind.Holds(bits)) return;
-      const auto make = [=, &kind] {
-        auto state = std::make_shared<Filled>(kind, layout, bits);
-        const auto data = std::make_shared<std::vector<uint8_t>>(Random(9).Bytes(64));
-        Trial trial{state, [=] {
-                      const BITMAPROWSEGMENT segments[] = {{1, 9, data->data()}, {21, 10, data->data() + 20}};
-                      Access access(state->stored);
-                      return V_PutBitmapRowSegments(state->stored, segments, 2, 4) > 0 ? int64_t{1} : int64_t{-1};
-                    }};
-        trial.unchanged = [=, &kind] {
-          if (kind.IsRuns()) return;  // the size is that of the segments that were put
-          EXPECT_EQ(state->stored.Record().Snapshot(), state->record);
-        };
-        trial.done = [=] {
-          uint8_t* line = state->pixels.data() + 4 * state->stored->BytesPerLine;
-          for (int32_t p = 0; p < 9; ++p) PutPixelAt(line, 1 + p, bits, PixelAt(data->data(), p, bits));
-          for (int32_t p = 0; p < 10; ++p) PutPixelAt(line, 21 + p, bits, PixelAt(data->data() + 20, p, bits));
-          EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-        };
-        return trial;
-      };
-      if (kind.setup != StorageKind::kMovable)
-        Walk("segments " + std::to_string(bits) + " " + Name(kind, layout), make);
-    });
-}
-
-TEST_F(FaultWalk, ChangeHeight) {
-  struct State : Filled {
-    State(const StorageKind& kind, uint32_t layout, bool accessed) : Filled(kind, layout) {
-      if (accessed) access.emplace(stored);
-      record = stored.Record().Snapshot();
-    }
-    std::optional<Access> access;
-  };
-  for (const bool accessed : {false, true})
-    for (const int32_t height : {4, 12, 30})
-      ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-        if ((kind.flags & V_FlagMirror) != 0) return;
-        if (accessed && kind.IsTiled()) return;  // an access does nothing to tiles
-        const std::string name = (accessed ? "accessed " : "") + Name(kind, layout) + " to " + std::to_string(height);
-        const uint64_t failures = Walk(name, [=, &kind] {
-          auto state = std::make_shared<State>(kind, layout, accessed);
-          Trial trial{state, [=] { return V_ChangeBitmapHeight(state->stored, height); }};
-          trial.unchanged = [=] { state->ExpectUnchanged(); };
-          trial.done = [=] {
-            state->pixels.resize(kWidth * static_cast<size_t>(height));
-            EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-            // Rows that were cut off, or that a failed growth left behind, never come back.
-            state->pixels.resize(kWidth * size_t{40});
-            ASSERT_EQ(V_ChangeBitmapHeight(state->stored, 40), 1);
-            EXPECT_EQ(ReadPixels(state->stored), state->pixels);
-          };
-          return trial;
-        });
-        if (height > kHeight) {
-          EXPECT_GE(failures, 1u) << name;
-        }
-      });
-}
-
-// --- what hangs from a bitmap ---------------------------------------------------------------------------------------
-
-TEST_F(FaultWalk, SetOverlay) {
-  for (const bool replaces : {false, true})
-    ForEachStorage([&](const StorageKind& kind, uint32_t layout) {
-      struct State {
-        State(const StorageKind& source, uint32_t size) : target(kConventionalKind, size), overlay(source, size) {}
-        Filled target, overlay;
-        Bitmap old;
-      };
-      const auto make = [=, &kind] {
-        auto state = std::make_shared<State>(kind, layout);
-        if (replaces) {
-          state->old.Create(V_MemoryConventional, 3, 3, 8);
-          const BITMAPOVERLAY old = {sizeof(old), 1, 2, 0, state->old};
-          EXPECT_EQ(V_SetBitmapOverlay(state->target.stored, 2, &old), 1);
-          state->target.record = state->target.stored.Record().Snapshot();
-        }
-        Trial trial{state, [=] {
-                      const BITMAPOVERLAY overlay = {sizeof(overlay), 3, 4, 2, state->overlay.stored};
-                      return V_SetBitmapOverlay(state->target.stored, 2, &overlay);
-                    }};
-        trial.failures = kRowFailures;
-        trial.failures.push_back(V_StatusMemoryLimit);
-        trial.unchanged = [=] {
-          BITMAPOVERLAY old = {sizeof(old), 0, 0, 0, nullptr};
-          EXPECT_EQ(V_GetBitmapOverlay(state->target.stored, 2, &old), replaces ? 1 : -2);
-          if (replaces) {
-            EXPECT_EQ(old.x, 1);
-            EXPECT_EQ(old.pBitmap->Width, 3);
-          }
-          EXPECT_EQ(ReadPixels(state->target.stored), state->target.pixels);
-          state->overlay.ExpectUnchanged();
-        };
-        trial.done = [=] {
-          BITMAPOVERLAY now = {sizeof(now), 0, 0, 0, nullptr};
-          ASSERT_EQ(V_GetBitmapOverlay(state->target.stored, 2, &now), 1);
-          EXPECT_EQ(now.x, 3);
-          EXPECT_EQ(ReadPixels(now.pBitmap), state->overlay.pixels);
-          state->overlay.ExpectUnchanged();
-        };
-        trial.host = &state->overlay.stored.Host();
-        return trial;
-      };
-      Walk("overlay from " + Name(kind, layout), make);
-      if (kind.setup == StorageKind::kHost) {
-        EXPECT_GE(WalkRefusals("overlay from a host", make), 2);
-      }
-    });
-}
-
-// --- settings -----------------------------------------------------------------------------------------------------
+// --- settings ---
 
 // A thread whose settings cannot be made uses the process-wide ones.
 TEST_F(FaultWalk, ThreadWithoutRoomForItsSettings) {
-  struct Seen {
-    int32_t set, whileFailing, afterwards;
-  };
-  const auto onNewThread = [](int32_t resolution) {
-    Seen seen{};
-    std::thread([&] {
+  const auto live = vexakrn::platform::Live();
+  for (const int32_t resolution : {77, 0}) {  // afterwards the shared one is as it was
+    std::thread([=] {
       vexakrn::platform::FailCall(1, /*onwards=*/true);
-      seen.set = V_SetDefaultResolution(resolution, resolution);
-      seen.whileFailing = V_GetDefaultXResolution();
+      EXPECT_EQ(V_SetDefaultResolution(resolution, resolution), 1);
+      EXPECT_EQ(V_GetDefaultXResolution(), resolution);
       EXPECT_TRUE(vexakrn::platform::HasFailed());
       vexakrn::platform::StopFailing();
-      seen.afterwards = V_GetDefaultXResolution();
     }).join();
-    return seen;
-  };
-  const auto live = vexakrn::platform::Live();
-  const Seen seen = onNewThread(77);
-  EXPECT_EQ(seen.set, 1);
-  EXPECT_EQ(seen.whileFailing, 77);
-  EXPECT_TRUE(seen.afterwards == 77 || seen.afterwards == 0) << "its own block, or the shared one for good";
-  EXPECT_EQ(V_GetDefaultXResolution(), 0) << "this thread has its own";
-  EXPECT_EQ(onNewThread(0).whileFailing, 0);  // and the shared one is as it was
+    EXPECT_EQ(V_GetDefaultXResolution(), 0) << "this thread has its own";
+  }
   EXPECT_TRUE(vexakrn::platform::Live() == live);
 }
 

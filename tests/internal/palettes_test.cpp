@@ -1,64 +1,66 @@
-// Prepared palettes and the engine's own ones.
+// The nearest entry, in palettes as they are and prepared, and palettes without memory.
 #include "krn/palettes.h"
 
-#include <gtest/gtest.h>
-
-#include "common/cpu.h"
-#include "internal/fault_walk.h"
+#include "fault_walk.h"
 #include "support/nearestentry.h"
 
 namespace vexatest {
 namespace {
 
-using vexakrn::PaletteSearch;
+uint32_t Find(const std::vector<RGBQUAD>& palette, uint32_t r, uint32_t g, uint32_t b) {
+  return V_FindPaletteIndex(palette.data(), static_cast<uint32_t>(palette.size()), r, g, b);
+}
 
-class PreparedPalette : public testing::Test {
- protected:
-  ~PreparedPalette() override { vexakrn::SetCpuLevel(start_); }
-
- private:
-  const int32_t start_ = static_cast<int32_t>(vexakrn::ActiveCpuLevel());
-};
-
-// One object all the time: a shorter palette after a longer one leaves none of its entries behind.
-TEST_F(PreparedPalette, FindsWhatAPlainSearchFindsAtEachLevel) {
-  static PaletteSearch search;
-  for (int32_t level = 0; level <= 3 && static_cast<int32_t>(vexakrn::SetCpuLevel(level)) == level; ++level) {
+// The palette ends where guards begin, and starts at any entry of a vector. One prepared object all the time: a shorter
+// palette after a longer one leaves none of its entries behind.
+TEST(NearestEntry, IsThatOfAPlainSearchAtEachLevel) {
+  static vexakrn::PaletteSearch search;
+  constexpr size_t kLong[] = {257, 511, 513, 1000, 4096, 65535};
+  constexpr uint32_t kComponents[] = {0, 128, 255, 256, 511, 0x7FFF, 0xFFFF, 0x10000, 0x7FFFFFFF, UINT32_MAX};
+  std::vector<uint32_t> outside;  // what is found for components out of range: the same at all levels
+  AtEachLevel([&] {
     Random random(4);
-    for (size_t step = 0; step < 1500; ++step) {
-      const NearestCase test(random, step % 3 == 0 ? 1 + step % 256 : 1 + random.Below(40));
+    std::vector<uint32_t> found;
+    for (size_t step = 0; step < 2000; ++step) {
+      const NearestCase test(random, step % 100 == 99 ? kLong[step / 100 % 6]
+                                     : step % 3 == 0  ? 1 + step % 256
+                                                      : 1 + random.Below(40));
+      const size_t bytes = test.palette.size() * sizeof(RGBQUAD), skipped = test.palette.size() % 16 * sizeof(RGBQUAD);
+      GuardedBytes room(skipped + bytes);
+      std::memcpy(room.data() + skipped, test.palette.data(), bytes);
+      const auto* entries = reinterpret_cast<const RGBQUAD*>(room.data() + skipped);
       const auto colors = static_cast<uint32_t>(test.palette.size());
-      search.Set(test.palette.data(), colors);
+      if (colors <= 256) search.Set(entries, colors);
       for (int colours = 0; colours < 8; ++colours) {
-        const int r = test.Level(random), g = test.Level(random), b = test.Level(random);
-        ASSERT_EQ(search.Find(static_cast<uint32_t>(r), static_cast<uint32_t>(g), static_cast<uint32_t>(b)),
-                  NearestEntry(test.palette, r, g, b))
-            << "level " << level << ", step " << step << ", colour " << r << ", " << g << ", " << b << ", " << colors
-            << " entries of " << test.levels << " levels";
+        const uint32_t r = test.Level(random), g = test.Level(random), b = test.Level(random);
+        const uint32_t want = NearestEntry(test.palette, static_cast<int>(r), static_cast<int>(g), static_cast<int>(b));
+        ASSERT_EQ(V_FindPaletteIndex(entries, colors, r, g, b), want)
+            << "step " << step << ", colour " << r << ", " << g << ", " << b << ", " << colors << " entries";
+        ASSERT_EQ(colors <= 256 ? search.Find(r, g, b) : want, want) << "prepared, step " << step;
       }
-      const auto any = [&] { return static_cast<uint32_t>(random.Next() >> random.Below(64)); };
+      const auto any = [&] { return kComponents[random.Below(10)]; };
       const uint32_t r = any(), g = any(), b = any();
-      ASSERT_EQ(search.Find(r, g, b), V_FindPaletteIndex(test.palette.data(), colors, r, g, b))
-          << "level " << level << ", step " << step << ", colour " << r << ", " << g << ", " << b;
+      found.push_back(V_FindPaletteIndex(entries, colors, r, g, b));
+      ASSERT_LT(found.back(), colors);
+      ASSERT_EQ(colors <= 256 ? search.Find(r, g, b) : found.back(), found.back()) << r << ", " << g << ", " << b;
     }
-  }
+    if (outside.empty()) outside = found;
+    ASSERT_EQ(found, outside);
+  });
+  EXPECT_EQ(Find({}, 1, 2, 3), 0u) << "no palette";
+  EXPECT_EQ(V_FindPaletteIndex(vexakrn::CubePalette(), 0, 1, 2, 3), UINT32_MAX);
 }
 
 TEST(CubePalette, HasSixLevelsAndBlack) {
-  const RGBQUAD* cube = vexakrn::CubePalette();
   for (int i = 0; i < 256; ++i) {
-    const auto level = [i](int divisor) { return i < 216 ? i / divisor % 6 * 51 : 0; };
-    EXPECT_EQ(cube[i].rgbRed, level(36)) << i;
-    EXPECT_EQ(cube[i].rgbGreen, level(6)) << i;
-    EXPECT_EQ(cube[i].rgbBlue, level(1)) << i;
-    EXPECT_EQ(cube[i].rgbReserved, 0) << i;
+    const auto level = [i](int divisor) { return static_cast<uint8_t>(i < 216 ? i / divisor % 6 * 51 : 0); };
+    const RGBQUAD want = {level(1), level(6), level(36), 0};
+    EXPECT_EQ(std::memcmp(&vexakrn::CubePalette()[i], &want, sizeof want), 0) << i;
   }
 }
 
-// --- failures -----------------------------------------------------------------------------------------------------
-
-class PaletteFaults : public FaultWalk {
- protected:
+// A failure leaves the palette that was there, or none where none was or the old one goes first.
+TEST_F(FaultWalk, Palettes) {
   struct State {
     Bitmap bitmap;
     HPALETTE palette = nullptr, made = nullptr;
@@ -67,58 +69,31 @@ class PaletteFaults : public FaultWalk {
       V_SysDelete(palette);
     }
   };
-
-  // An 8-bit bitmap that begins with a palette of three entries, and a logical palette.
-  static Trial Make(const std::function<int32_t(State&)>& run, bool losesPalette = false) {
-    constexpr RGBQUAD kEntries[] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
-    auto state = std::make_shared<State>();
-    EXPECT_EQ(state->bitmap.Create(V_MemoryConventional, 2, 2, 8), 1);
-    EXPECT_EQ(V_SetBitmapNewPalette(state->bitmap, kEntries, 3), 1);
-    if (losesPalette) state->bitmap->nColors = 16;
-    state->palette = V_SysCreatePalette(kEntries, 2);
-    EXPECT_NE(state->palette, nullptr);
-    Trial trial;
-    trial.state = state;
-    trial.run = [state, run] { return run(*state); };
-    trial.unchanged = [state, before = state->bitmap.Snapshot(), losesPalette] {
-      if (losesPalette) {
-        EXPECT_TRUE(state->bitmap->pPalette == nullptr);
-        EXPECT_EQ(Field(state->bitmap->nColors), 16);
-      } else {
-        EXPECT_EQ(state->bitmap.Snapshot(), before);
-      }
+  static constexpr RGBQUAD kEntries[] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
+  const struct {
+    const char* name;
+    int32_t (*run)(State&);
+    int32_t colors;  // of a bitmap without a palette; 0 for one with three entries
+  } kCases[] = {
+      {"gray", [](State& s) { return V_CreateBitmapGrayPalette(s.bitmap); }, 0},
+      {"logical", [](State& s) { return V_SetBitmapPalette(s.bitmap, s.palette); }, 0},
+      {"duplicate", [](State& s) { return (s.made = V_DupPalette(s.palette)) ? 1 : -1; }, 0},
+      {"fixed", [](State& s) { return V_CreateBitmapFixedPalette(s.bitmap); }, 16},
+      {"colours", [](State& s) { return V_PutBitmapColors(s.bitmap, 4, 1, kEntries); }, 5},
+  };
+  for (const auto& c : kCases) {
+    const auto make = [&c] {
+      auto state = std::make_shared<State>();
+      EXPECT_EQ(state->bitmap.Create(V_MemoryConventional, 2, 2, 8), 1);
+      EXPECT_EQ(V_SetBitmapNewPalette(state->bitmap, c.colors > 0 ? nullptr : kEntries, 3), 1);
+      if (c.colors > 0) state->bitmap->nColors = c.colors;
+      state->palette = V_SysCreatePalette(kEntries, 2);
+      Trial trial{state, [state, &c] { return c.run(*state); }};
+      trial.unchanged = [state, before = state->bitmap.Snapshot()] { EXPECT_EQ(state->bitmap.Snapshot(), before); };
+      return trial;
     };
-    return trial;
+    EXPECT_EQ(Walk(c.name, make), 2u) << c.name;
   }
-};
-
-TEST_F(PaletteFaults, LeaveThePaletteThatWasThere) {
-  const auto each = [](auto run) { return [run] { return Make(run); }; };
-  EXPECT_EQ(Walk("gray", each([](State& s) { return V_CreateBitmapGrayPalette(s.bitmap); })), 2u);
-  EXPECT_EQ(Walk("logical", each([](State& s) { return V_SetBitmapPalette(s.bitmap, s.palette); })), 2u);
-  EXPECT_EQ(Walk("fixed", [] { return Make([](State& s) { return V_CreateBitmapFixedPalette(s.bitmap); }, true); }),
-            2u);
-  EXPECT_EQ(Walk("duplicate", each([](State& s) {
-                   s.made = V_DupPalette(s.palette);
-                   return s.made ? 1 : -1;
-                 })),
-            2u);
-}
-
-TEST_F(PaletteFaults, LeaveABitmapWithoutPaletteAsItIs) {
-  EXPECT_EQ(Walk("colours",
-                 [] {
-                   Trial trial = Make([](State& s) {
-                     const RGBQUAD entry = {1, 2, 3, 0};
-                     return V_PutBitmapColors(s.bitmap, 4, 1, &entry);
-                   });
-                   auto& bitmap = std::static_pointer_cast<State>(trial.state)->bitmap;
-                   EXPECT_EQ(V_SetBitmapNewPalette(bitmap, nullptr, 0), 1);
-                   bitmap->nColors = 5;
-                   trial.unchanged = [&bitmap] { EXPECT_TRUE(bitmap->pPalette == nullptr); };
-                   return trial;
-                 }),
-            2u);
 }
 
 }  // namespace

@@ -1,25 +1,8 @@
 // The platform layer by itself, and the fault injection that stands in front of it. The same cases run on every system.
 #include "platform/platform.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <system_error>
-#include <thread>
-#include <vector>
-
 #include "platform/fault.h"
-#include "support/random.h"
-#include "support/tempdir.h"
-
-#ifndef _WIN32
-#include <sys/resource.h>
-#endif
+#include "support/testing.h"
 
 namespace vexakrn::platform {
 namespace {
@@ -33,48 +16,24 @@ bool IsZero(const uint8_t* data, uint64_t bytes) {
   return std::all_of(data, data + bytes, [](uint8_t byte) { return byte == 0; });
 }
 
-std::filesystem::path PathOf(const std::string& utf8) { return std::u8string(utf8.begin(), utf8.end()); }
-
-// A file open for the length of a scope; `error` is that of the opening.
-struct OpenedFile {
-  OpenedFile(const std::string& path, uint32_t mode) : error(System().openFile(path.c_str(), mode, &file)) {}
-  ~OpenedFile() { EXPECT_EQ(error == 0 ? System().closeFile(file) : 0, 0); }
-  OpenedFile(const OpenedFile&) = delete;
-  OpenedFile& operator=(const OpenedFile&) = delete;
-
-  std::string Read(uint64_t bytes) {
-    std::string text(bytes, '\0');
-    uint64_t done = 0;
-    EXPECT_EQ(System().readFile(file, text.data(), bytes, &done), 0);
-    text.resize(done);
-    return text;
-  }
-  void Write(const std::string& text) {
-    uint64_t done = 0;
-    EXPECT_EQ(System().writeFile(file, text.data(), text.size(), &done), 0);
-    EXPECT_EQ(done, text.size());
-  }
-  int64_t Seek(int64_t offset, int32_t origin) {  // -1: refused
-    int64_t position = -1;
-    const int32_t refused = System().seekFile(file, offset, origin, &position);
-    EXPECT_EQ(refused != 0, position == -1);
-    return position;
-  }
-
+// Opens, writes or reads, closes; the error of the opening.
+int32_t WriteTo(const std::string& path, uint32_t mode, const std::string& text) {
   File file = kNoFile;
-  int32_t error;
-};
-
-std::string Contents(const std::string& path) {
-  OpenedFile file(path, kOpenRead);
-  EXPECT_EQ(file.error, 0) << path;
-  return file.error == 0 ? file.Read(1000) : "";
+  uint64_t done = 0;
+  if (const int32_t error = System().openFile(path.c_str(), mode, &file); error != 0) return error;
+  EXPECT_EQ(System().writeFile(file, text.data(), text.size(), &done), 0);
+  EXPECT_EQ(done, text.size());
+  return System().closeFile(file);
 }
 
-void Create(const std::string& path, const std::string& text) {
-  OpenedFile file(path, kOpenCreate);
-  ASSERT_EQ(file.error, 0) << path;
-  file.Write(text);
+int32_t ReadFrom(const std::string& path, std::string* text) {
+  File file = kNoFile;
+  uint64_t done = 0;
+  text->assign(1000, '\0');
+  if (const int32_t error = System().openFile(path.c_str(), kOpenRead, &file); error != 0) return error;
+  EXPECT_EQ(System().readFile(file, text->data(), text->size(), &done), 0);
+  text->resize(done);
+  return System().closeFile(file);
 }
 
 struct ScratchFile {
@@ -111,35 +70,30 @@ using PlatformFiles = PlatformTest;
 
 TEST_F(PlatformFiles, LiveUnderAnyUnicodeNameAndLongPath) {
   const TempDirectory folder;
-  const std::string deep = folder.File(std::string(100, 'd'));
-  std::filesystem::create_directory(PathOf(deep));
-  const std::string names[] = {
-      folder.File("plain.bin"),
-      folder.File("Gr\xC3\xBC\xC3\x9F"
-                  "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80.bin"),
-      deep + "/" + std::string(180, 'x') + ".bin",
-  };
-  for (const std::string& path : names) {
+  const std::string deep = folder / std::string(100, 'd');
+  std::filesystem::create_directory(vexatest::FromUtf8(deep));
+  for (const std::string& path :
+       {folder / "plain.bin", folder / "Gr\xC3\xBC\xC3\x9F \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80.bin",
+        deep + "/" + std::string(180, 'x') + ".bin"}) {
     SCOPED_TRACE(path);
+    std::string text;
     EXPECT_FALSE(PathExists(path.c_str()));
-    File none = kNoFile;
-    EXPECT_TRUE(IsNotFound(System().openFile(path.c_str(), kOpenRead, &none)));
-    EXPECT_EQ(none, kNoFile);
-    Create(path, "first");
-    EXPECT_TRUE(PathExists(path.c_str()));
-    EXPECT_TRUE(std::filesystem::exists(PathOf(path)));
-    EXPECT_EQ(Contents(path), "first");
-    EXPECT_NE(OpenedFile(path, kOpenCreate | kOpenExclusive).error, 0);
-    EXPECT_EQ(Contents(path), "first") << "an exclusive open must leave the file alone";
-    Create(path, "2");
-    EXPECT_EQ(Contents(path), "2") << "creating must cut the old contents";
+    EXPECT_TRUE(IsNotFound(ReadFrom(path, &text)));
+    EXPECT_EQ(WriteTo(path, kOpenCreate, "first"), 0);
+    EXPECT_TRUE(PathExists(path.c_str()) && std::filesystem::exists(vexatest::FromUtf8(path)));
+    EXPECT_NE(WriteTo(path, kOpenCreate | kOpenExclusive, "second"), 0);
+    EXPECT_EQ(ReadFrom(path, &text), 0);
+    EXPECT_EQ(text, "first") << "an exclusive open must leave the file alone";
+    EXPECT_EQ(WriteTo(path, kOpenCreate, "2"), 0);
+    EXPECT_EQ(ReadFrom(path, &text), 0);
+    EXPECT_EQ(text, "2") << "creating must cut the old contents";
     EXPECT_EQ(System().deleteFile(path.c_str()), 0);
     EXPECT_FALSE(PathExists(path.c_str()));
     EXPECT_TRUE(IsNotFound(System().deleteFile(path.c_str())));
   }
 #ifdef _WIN32
-  const std::string malformed = folder.File("x") + "\xC3(";
-  EXPECT_NE(OpenedFile(malformed, kOpenCreate).error, 0);
+  const std::string malformed = folder / "x" + "\xC3(";
+  EXPECT_NE(WriteTo(malformed, kOpenCreate, ""), 0);
   EXPECT_NE(ScratchFile(malformed, 10).error, 0);
   EXPECT_FALSE(PathExists(malformed.c_str()));
 #endif
@@ -149,24 +103,25 @@ using PlatformScratch = PlatformTest;
 
 TEST_F(PlatformScratch, NobodyElseSeesItAndItGoesWithItsHandle) {
   const TempDirectory folder;
-  const std::string path = folder.File("\xC3\xA4.scratch");
+  const std::string path = folder / "\xC3\xA4.scratch";
+  std::string text;
   {
     ScratchFile scratch(path, 100000);
     ASSERT_EQ(scratch.error, 0);
-    EXPECT_NE(OpenedFile(path, kOpenRead).error, 0);
+    EXPECT_NE(ReadFrom(path, &text), 0);
     EXPECT_TRUE(IsZero(scratch.Read(0, 100000).data(), 100000));
   }
   EXPECT_TRUE(folder.Names().empty());
-
-  Create(path, "mine");
+  EXPECT_EQ(WriteTo(path, kOpenCreate, "mine"), 0);
   { ScratchFile scratch(path, 10); }
-  EXPECT_EQ(Contents(path), "mine") << "a file of that name must not be touched";
-  EXPECT_NE(ScratchFile(folder.File("missing/file"), 10).error, 0);
+  EXPECT_EQ(ReadFrom(path, &text), 0);
+  EXPECT_EQ(text, "mine") << "a file of that name must not be touched";
+  EXPECT_NE(ScratchFile(folder / "missing/file", 10).error, 0);
 }
 
 TEST_F(PlatformScratch, ResizingKeepsContentsAndZeroesGrowth) {
   const TempDirectory folder;
-  ScratchFile scratch(folder.File("file"), 70000);
+  ScratchFile scratch(folder / "file", 70000);
   ASSERT_EQ(scratch.error, 0);
   Random random(0xF11E);
   const std::vector<uint8_t> data = random.Bytes(70000);
@@ -182,13 +137,10 @@ TEST_F(PlatformScratch, ResizingKeepsContentsAndZeroesGrowth) {
   EXPECT_TRUE(IsZero(grown.data() + 12345, grown.size() - 12345));
 }
 
-#ifndef _WIN32
-#endif
-
 TEST_F(PlatformScratch, ViewsAndTransfersSeeTheSameBytes) {
   const TempDirectory folder;
   constexpr uint64_t kBytes = 3 * kViewGranularity + 1000;
-  ScratchFile scratch(folder.File("file"), kBytes);
+  ScratchFile scratch(folder / "file", kBytes);
   ASSERT_EQ(scratch.error, 0);
   void* fileMapping = nullptr;
   ASSERT_EQ(System().createFileMapping(scratch.file, kBytes, &fileMapping), 0);

@@ -1,13 +1,9 @@
 // The heaps of compressed rows under rewriting without end.
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <map>
-#include <vector>
 
 #include "krn/rowheap.h"
 #include "platform/fault.h"
-#include "support/random.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {

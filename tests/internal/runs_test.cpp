@@ -1,15 +1,6 @@
 // Run-length records at every processor level, against runs and pixels that are counted one by one.
 #include "krn/runs.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <vector>
-
-#include "common/cpu.h"
-#include "support/guarded.h"
-#include "support/random.h"
-#include "vexakrn.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {
@@ -20,23 +11,8 @@ using vexakrn::ExpandRecord;
 using Runs = std::vector<uint16_t>;
 using Pixels = std::vector<uint8_t>;  // one a byte
 
-class Records : public testing::Test {
- protected:
-  ~Records() override { vexakrn::SetCpuLevel(start_); }
-
-  // Runs `test` at each level that this processor has.
-  template <typename Test>
-  static void AtEachLevel(Test test) {
-    for (int32_t level = 0; level <= 3 && static_cast<int32_t>(vexakrn::SetCpuLevel(level)) == level; ++level) {
-      SCOPED_TRACE(testing::Message() << "level " << level);
-      test();
-    }
-  }
-
+struct Records : testing::Test {
   Random random_{0x5EED};
-
- private:
-  const int32_t start_ = static_cast<int32_t>(vexakrn::ActiveCpuLevel());
 };
 
 // A piece of a long run ends at the last whole byte of the source that keeps it within 65535.
@@ -179,15 +155,15 @@ TEST_F(Records, MayHoldRunsOfNoPixelsAnywhere) {
 
 TEST_F(Records, OfRowsGoInAndOutThroughTheInterface) {
   std::vector<uint8_t> record(64), source(8750);
-  const auto compressed = [&](uint8_t first, int32_t offset, int32_t pixels) {
-    source[0] = first;
+  for (const auto& [first, offset, pixels, runs] : {std::tuple(0xF0, 0, 8, Runs{0, 4, 4}),
+                                                    {0xFF, 3, 5, {0, 5}},
+                                                    {0, 0, 70000, {65528, 0, 4472}},
+                                                    {0xFF, 7, 0, {0}}}) {
+    source[0] = static_cast<uint8_t>(first);
     EXPECT_EQ(V_CompressRow(record.data(), source.data(), offset, pixels), pixels);
-    return std::vector<uint8_t>(record.data(), &record[vexakrn::RecordBytes(record.data())]);
-  };
-  EXPECT_EQ(compressed(0xF0, 0, 8), RecordOf({0, 4, 4}));
-  EXPECT_EQ(compressed(0xFF, 3, 5), RecordOf({0, 5}));
-  EXPECT_EQ(compressed(0, 0, 70000), RecordOf({65528, 0, 4472}));
-  EXPECT_EQ(compressed(0xFF, 7, 0), RecordOf({0}));
+    const std::vector<uint8_t> want = RecordOf(runs);
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), record.begin())) << pixels;
+  }
   for (const auto& [offset, pixels] : {std::pair(-1, 1), {8, 1}, {0, -1}})
     EXPECT_EQ(V_CompressRow(record.data(), source.data(), offset, pixels), -13);
   EXPECT_EQ(V_CompressRows(record.data(), source.data(), -1, 1), -13);
@@ -205,7 +181,6 @@ TEST_F(Records, OfRowsGoInAndOutThroughTheInterface) {
   EXPECT_EQ(V_ExpandRows(got.data(), records.data(), ends[kRows], kWidth, kRows), 1);
   EXPECT_TRUE(got == rows && got.GuardsIntact());
   EXPECT_EQ(V_ExpandRows(got.data(), records.data(), ends[kRows] - 1, kWidth, kRows), -13);
-
   records[ends[2]] ^= 1;  // one run more or less: the rows before it are written, and no others
   std::fill_n(got.data(), rows.size(), uint8_t{0xCD});
   std::fill(rows.begin() + 2 * kPitch, rows.end(), uint8_t{0xCD});

@@ -1,11 +1,6 @@
 // Thresholds that are percentages of the system's memory, against a reading of that memory.
-#include <gtest/gtest.h>
-
 #include "platform/platform.h"
-#include "support/bitmap.h"
-#include "support/settings.h"
-#include "support/storage.h"
-#include "vexakrn.h"
+#include "support/testing.h"
 
 namespace vexatest {
 namespace {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "support/guarded.h"
@@ -76,6 +77,14 @@ class Access {
  private:
   BITMAPHANDLE* bitmap_;
 };
+
+// The lines that tell two bitmaps apart; none when nothing does.
+inline std::string Differences(BITMAPHANDLE* a, BITMAPHANDLE* b) {
+  char text[4096] = "";
+  const int32_t status = V_CompareBitmapHandles(a, b, text, sizeof text);
+  EXPECT_EQ(status, text[0] == 0 ? 1 : 0);
+  return text;
+}
 
 // All stored rows, each with its padding.
 inline std::vector<uint8_t> ReadPixels(BITMAPHANDLE* bitmap) {

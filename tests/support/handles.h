@@ -6,9 +6,6 @@
 #include <vector>
 
 #ifdef _WIN32
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
@@ -21,10 +18,10 @@
 
 namespace vexatest {
 
-#ifdef _WIN32
 class ManyHandles {
  public:
   explicit ManyHandles(size_t count) {
+#ifdef _WIN32
     while (handles_.size() < count) {
       const HANDLE handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
       if (handle == nullptr) break;
@@ -32,46 +29,38 @@ class ManyHandles {
     }
     DWORD counted = 0;  // stays 0 on compatible systems that never count
     reached_ = GetProcessHandleCount(GetCurrentProcess(), &counted) && counted >= count;
-  }
-  ~ManyHandles() {
-    for (const HANDLE handle : handles_) CloseHandle(handle);
-  }
-  ManyHandles(const ManyHandles&) = delete;
-  ManyHandles& operator=(const ManyHandles&) = delete;
-  bool Reached() const { return reached_; }
-
- private:
-  std::vector<HANDLE> handles_;
-  bool reached_ = false;
-};
 #else
-class ManyHandles {
- public:
-  explicit ManyHandles(size_t count) {
     rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
-      limit.rlim_cur = limit.rlim_max;
-      setrlimit(RLIMIT_NOFILE, &limit);
-    }
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
     while (handles_.size() < count) {
       const int handle = open("/dev/null", O_RDONLY | O_CLOEXEC);
       if (handle < 0) break;
       handles_.push_back(handle);
     }
     reached_ = handles_.size() == count;
+#endif
   }
   ~ManyHandles() {
+#ifdef _WIN32
+    for (const HANDLE handle : handles_) CloseHandle(handle);
+#else
     for (const int handle : handles_) close(handle);
+#endif
   }
   ManyHandles(const ManyHandles&) = delete;
   ManyHandles& operator=(const ManyHandles&) = delete;
   bool Reached() const { return reached_; }
 
  private:
+#ifdef _WIN32
+  std::vector<HANDLE> handles_;
+#else
   std::vector<int> handles_;
+#endif
   bool reached_ = false;
 };
-#endif
 
 }  // namespace vexatest
 

@@ -15,8 +15,11 @@ inline int OrderingClass(int r, int g, int b) {
   return (g > high ? 1 : 0) + (g < low ? (r < b ? 6 : 2) : (r < b ? 4 : 0));
 }
 
+inline int Distance(const RGBQUAD& e, int r, int g, int b) {
+  return (e.rgbRed - r) * (e.rgbRed - r) + (e.rgbGreen - g) * (e.rgbGreen - g) + (e.rgbBlue - b) * (e.rgbBlue - b);
+}
+
 inline uint32_t NearestEntry(const std::vector<RGBQUAD>& palette, int r, int g, int b) {
-  if (palette.empty()) return 0xFFFFFFFF;
   const auto last = static_cast<uint32_t>(palette.size() - 1);
   const auto is = [&](uint32_t i, uint8_t level) {
     return palette[i].rgbRed == level && palette[i].rgbGreen == level && palette[i].rgbBlue == level;
@@ -33,8 +36,7 @@ inline uint32_t NearestEntry(const std::vector<RGBQUAD>& palette, int r, int g, 
   int bestDistance = INT32_MAX;
   for (uint32_t i = 0; i <= last; ++i) {
     const RGBQUAD& e = palette[i];
-    const int distance =
-        (e.rgbRed - r) * (e.rgbRed - r) + (e.rgbGreen - g) * (e.rgbGreen - g) + (e.rgbBlue - b) * (e.rgbBlue - b);
+    const int distance = Distance(e, r, g, b);
     const bool sameClass = OrderingClass(e.rgbRed, e.rgbGreen, e.rgbBlue) == OrderingClass(r, g, b);
     if (distance < bestDistance || (distance == bestDistance && sameClass)) {
       best = i;

@@ -11,16 +11,20 @@
 
 namespace vexatest {
 
+struct Scoped {
+  Scoped() = default;
+  Scoped(const Scoped&) = delete;
+  Scoped& operator=(const Scoped&) = delete;
+};
+
 // The calling thread's thresholds: zeroed at the start of the scope, restored at its end.
-class ScopedThresholds {
+class ScopedThresholds : Scoped {
  public:
   ScopedThresholds() {
     V_GetMemoryThresholds(&reserve_, &maxConventional_, &tileSize_, &fourth_, &fifth_);
     V_SetMemoryThresholds(0, 0, 0, 0, 0, 31);
   }
   ~ScopedThresholds() { V_SetMemoryThresholds(reserve_, maxConventional_, tileSize_, fourth_, fifth_, 31); }
-  ScopedThresholds(const ScopedThresholds&) = delete;
-  ScopedThresholds& operator=(const ScopedThresholds&) = delete;
 
   void Reserve(int32_t value) { EXPECT_EQ(V_SetMemoryThresholds(value, 0, 0, 0, 0, V_ThresholdReserve), 1); }
   void MaxConventional(int64_t value) {
@@ -41,33 +45,29 @@ inline uint64_t UsedMemory() {
 }
 
 // The account's limit: `room` bytes more than what is in use.
-class ScopedAccountLimit {
+class ScopedAccountLimit : Scoped {
  public:
   explicit ScopedAccountLimit(uint64_t room) {
     V_ManageMemory(V_MemorySetLimit, UsedMemory() + room == 0 ? 1 : UsedMemory() + room, &old_);
   }
   ~ScopedAccountLimit() { V_ManageMemory(V_MemorySetLimit, old_, nullptr); }
-  ScopedAccountLimit(const ScopedAccountLimit&) = delete;
-  ScopedAccountLimit& operator=(const ScopedAccountLimit&) = delete;
 
  private:
   uint64_t old_ = 0;
 };
 
 // What is in use at the end of the scope must be what was in use at its start.
-class AccountBalance {
+class AccountBalance : Scoped {
  public:
   AccountBalance() : start_(UsedMemory()) {}
   ~AccountBalance() { EXPECT_EQ(UsedMemory(), start_) << "the memory account did not return to its start"; }
-  AccountBalance(const AccountBalance&) = delete;
-  AccountBalance& operator=(const AccountBalance&) = delete;
   uint64_t Taken() const { return UsedMemory() - start_; }
 
  private:
   uint64_t start_;
 };
 
-class ScopedTempFileMode {
+class ScopedTempFileMode : Scoped {
  public:
   explicit ScopedTempFileMode(uint32_t mode) {
     V_GetTempFileOptions(&old_);
@@ -76,28 +76,22 @@ class ScopedTempFileMode {
     EXPECT_EQ(V_SetTempFileOptions(&options), 1);
   }
   ~ScopedTempFileMode() { V_SetTempFileOptions(&old_); }
-  ScopedTempFileMode(const ScopedTempFileMode&) = delete;
-  ScopedTempFileMode& operator=(const ScopedTempFileMode&) = delete;
 
  private:
   TEMPFILEOPTIONS old_{};
 };
 
-class ScopedAllocateHook {
+class ScopedAllocateHook : Scoped {
  public:
   ScopedAllocateHook(ALLOCATEBITMAPHOOK hook, void* userData) { V_SetAllocateBitmapHook(hook, userData); }
   ~ScopedAllocateHook() { V_SetAllocateBitmapHook(nullptr, nullptr); }
-  ScopedAllocateHook(const ScopedAllocateHook&) = delete;
-  ScopedAllocateHook& operator=(const ScopedAllocateHook&) = delete;
 };
 
 // Collects the diagnostic lines as "tag|text".
-class ScopedTrace {
+class ScopedTrace : Scoped {
  public:
   ScopedTrace() { V_SetDiagnostics(&ScopedTrace::Line, this); }
   ~ScopedTrace() { V_SetDiagnostics(nullptr, nullptr); }
-  ScopedTrace(const ScopedTrace&) = delete;
-  ScopedTrace& operator=(const ScopedTrace&) = delete;
 
   std::vector<std::string> Take() { return std::exchange(lines_, {}); }
 

@@ -17,77 +17,46 @@ namespace vexatest {
 class HostStore {
  public:
   std::vector<uint8_t> bytes;
-  int32_t allocated = 0, freed = 0, accessed = 0, released = 0, reads = 0, writes = 0;
+  int32_t accessed = 0, released = 0;
   int32_t calls = 0, refuseAt = 0, refusal = -4242;
-  ALLOCATEBITMAPCALLBACKDATA description{};  // of the last allocation
 
   BITMAPHANDLEDATACALLBACKS Table() {
     BITMAPHANDLEDATACALLBACKS table{};
     table.uStructSize = sizeof(table);
     table.pUserData = this;
-    table.AllocateBitmapData = &Allocate;
-    table.FreeBitmapData = &Free;
-    table.AccessBitmap = &OnAccess;
-    table.ReleaseBitmap = &OnRelease;
-    table.GetBitmapRowCol = &Get;
-    table.PutBitmapRowCol = &Put;
+    table.AllocateBitmapData = [](BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA* data, void* host) {
+      return Self(host).Answer([&] { Self(host).bytes.assign(data->Size, 0); });
+    };
+    table.FreeBitmapData = [](BITMAPHANDLE*, void* host) { return Self(host).Answer([] {}); };
+    table.AccessBitmap = [](BITMAPHANDLE*, void* host) { return Self(host).Answer([&] { ++Self(host).accessed; }); };
+    table.ReleaseBitmap = [](BITMAPHANDLE*, void* host) { return Self(host).Answer([&] { ++Self(host).released; }); };
+    table.GetBitmapRowCol = [](BITMAPHANDLE* bitmap, void* buffer, int32_t row, int32_t column, uint64_t count,
+                               void* host) {
+      return Self(host).Move(*bitmap, row, column, count, [&](uint8_t* at) { memcpy(buffer, at, count); });
+    };
+    table.PutBitmapRowCol = [](BITMAPHANDLE* bitmap, const void* buffer, int32_t row, int32_t column, uint64_t count,
+                               void* host) {
+      return Self(host).Move(*bitmap, row, column, count, [&](uint8_t* at) { memcpy(at, buffer, count); });
+    };
     return table;
   }
 
  private:
-  static HostStore& Self(void* userData) { return *static_cast<HostStore*>(userData); }
-  bool Refuses() { return ++calls == refuseAt; }
-
-  static int32_t V_CALL Allocate(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA* data, void* userData) {
-    HostStore& self = Self(userData);
-    if (self.Refuses()) return self.refusal;
-    ++self.allocated;
-    self.description = *data;
-    self.bytes.assign(data->Size, 0);
+  static HostStore& Self(void* host) { return *static_cast<HostStore*>(host); }
+  template <typename Work>
+  int32_t Answer(Work work) {  // 2: handled
+    if (++calls == refuseAt) return refusal;
+    work();
     return 2;
   }
-  static int32_t V_CALL Free(BITMAPHANDLE*, void* userData) {
-    HostStore& self = Self(userData);
-    if (self.Refuses()) return self.refusal;
-    ++self.freed;
-    return 2;
-  }
-  static int32_t V_CALL OnAccess(BITMAPHANDLE*, void* userData) {
-    HostStore& self = Self(userData);
-    if (self.Refuses()) return self.refusal;
-    ++self.accessed;
-    return 2;
-  }
-  static int32_t V_CALL OnRelease(BITMAPHANDLE*, void* userData) {
-    HostStore& self = Self(userData);
-    if (self.Refuses()) return self.refusal;
-    ++self.released;
-    return 2;
-  }
-  uint8_t* At(BITMAPHANDLE* bitmap, int32_t row, int32_t column, uint64_t count) {
-    if (row < 0 || column < 0) return nullptr;
-    const uint64_t offset = uint64_t{bitmap->BytesPerLine} * static_cast<uint64_t>(row) +
-                            ColumnByte(column, static_cast<int32_t>(bitmap->BitsPerPixel));
-    return offset <= bytes.size() && count <= bytes.size() - offset ? bytes.data() + offset : nullptr;
-  }
-  static uint64_t V_CALL Get(BITMAPHANDLE* bitmap, void* buffer, int32_t row, int32_t column, uint64_t count,
-                             void* userData) {
-    HostStore& self = Self(userData);
-    if (self.Refuses()) return static_cast<uint64_t>(int64_t{self.refusal});
-    const uint8_t* at = self.At(bitmap, row, column, count);
-    if (at == nullptr) return static_cast<uint64_t>(int64_t{V_StatusInvalidParameter});
-    ++self.reads;
-    memcpy(buffer, at, count);
-    return count;
-  }
-  static uint64_t V_CALL Put(BITMAPHANDLE* bitmap, const void* buffer, int32_t row, int32_t column, uint64_t count,
-                             void* userData) {
-    HostStore& self = Self(userData);
-    if (self.Refuses()) return static_cast<uint64_t>(int64_t{self.refusal});
-    uint8_t* at = self.At(bitmap, row, column, count);
-    if (at == nullptr) return static_cast<uint64_t>(int64_t{V_StatusInvalidParameter});
-    ++self.writes;
-    memcpy(at, buffer, count);
+  template <typename Work>
+  uint64_t Move(const BITMAPHANDLE& bitmap, int32_t row, int32_t column, uint64_t count, Work work) {
+    if (++calls == refuseAt) return static_cast<uint64_t>(int64_t{refusal});
+    const uint64_t offset =
+        uint64_t{bitmap.BytesPerLine} * static_cast<uint64_t>(row) + ColumnByte(column, int32_t{bitmap.BitsPerPixel});
+    if (row < 0 || column < 0 || offset > bytes.size() || count > bytes.size() - offset)
+      return static_cast<uint64_t>(int64_t{V_StatusInvalidParameter});
+    work(bytes.data() + offset);
     return count;
   }
 };

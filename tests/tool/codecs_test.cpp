@@ -71,38 +71,5 @@ TEST(UprightRows, BandsMeetWithoutGaps) {
   }
 }
 
-TEST(Codecs, ReadAndWriteMemoryStreamsAsFiles) {
-  for (const std::string& name : SampleNames()) {
-    SCOPED_TRACE(name);
-    const vexa::Format* format = vexa::FormatOfExtension(name);
-    Decoded fromFile, fromStream, again;
-    Decode(SamplePath(name), &fromFile);
-    std::string content = Load(SamplePath(name));
-    void* state = nullptr;
-    ASSERT_EQ(V_StartRedirectToBuffer(&state, nullptr, V_StreamHeap, content.data(), content.size(), 0), 1);
-    Decode("any name", &fromStream);
-    ASSERT_EQ(V_StopRedirectToBuffer(state, nullptr, nullptr, nullptr), 1);
-    ASSERT_EQ(fromFile.pages, fromStream.pages);
-    for (int32_t y = 0; y < fromFile.bitmap.Height(); ++y) ASSERT_EQ(fromFile.Row(y), fromStream.Row(y)) << y;
-
-    void* block = nullptr;
-    ASSERT_EQ(V_StartRedirectToBuffer(&state, nullptr, V_StreamGrow | V_StreamWrite | V_StreamHeap, nullptr, 0, 0), 1);
-    {
-      vexa::File file("any name", vexa::File::Mode::kRewrite);
-      const std::unique_ptr<vexa::Writer> writer = format->create(file, vexa::Document{});
-      vexa::Progress progress(1);
-      writer->Write(fromFile.bitmap, progress);
-      writer->Finish();
-      file.Close();
-    }
-    Decode("any name", &again);
-    ASSERT_EQ(V_StopRedirectToBuffer(state, &block, nullptr, nullptr), 1);
-    V_FreeBuffer(block);
-    if (format->name == "JPEG") continue;  // loses detail
-    EXPECT_EQ(again.bitmap.Bits(), fromFile.bitmap.Bits());
-    EXPECT_TRUE(DisplayedColors(again.bitmap) == DisplayedColors(fromFile.bitmap));
-  }
-}
-
 }  // namespace
 }  // namespace tool

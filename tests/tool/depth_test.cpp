@@ -1,6 +1,5 @@
 // Pages in another depth, and palettes as files.
 #include <gtest/gtest.h>
-#include <sstream>
 
 #include "codecs/palettefile.h"
 #include "tool/expect.h"
@@ -16,10 +15,7 @@ struct Step {
 };
 
 std::vector<std::string> Convert(const std::string& in, const std::string& out, const std::string& options) {
-  std::vector<std::string> line = {"convert", in, out};
-  std::istringstream words(options);
-  for (std::string word; words >> word;) line.push_back(word);
-  return line;
+  return Words("convert " + in + " " + out + " " + options);
 }
 
 TEST(Depth, EveryFormatHoldsWhatTheEngineMakesOrRefuses) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <sstream>
 
 #include "tool/expect.h"
 
@@ -84,12 +85,13 @@ TEST(Failure, PlacesThatCannotBeReadOrWritten) {
   const std::string good = folder / "good.pgm";
   Save(good, "P5\n2 1\n255\nab");
   fs::create_directory(folder.Path() / "sub");
-  ExpectOneLine(Vexa({"info", folder / "none.png"}), 1, "none.png: ");
-  ExpectOneLine(Vexa({"info", folder / "sub"}), 1, "sub: ");
-  ExpectOneLine(Vexa({"convert", good, folder / "sub"}), 1, "directory");
-  ExpectOneLine(Vexa({"convert", good, folder / "none/out.pgm"}), 1, "folder");
-  ExpectOneLine(Vexa({"convert", good, folder / "out.pgm", "--page", "2"}), 1, "no page 2");
-  ExpectOneLine(Vexa({"convert", good, folder / "out.pgm", "--storage", "tiled", "--tile-size", "64K"}), 1, "tiles");
+  for (const auto& [line, says] : {std::pair("info @none.png", "none.png: "),
+                                   {"info @sub", "sub: "},
+                                   {"convert @good.pgm @sub", "directory"},
+                                   {"convert @good.pgm @none/out.pgm", "folder"},
+                                   {"convert @good.pgm @out.pgm --page 2", "no page 2"},
+                                   {"convert @good.pgm @out.pgm --storage tiled --tile-size 64K", "tiles"}})
+    ExpectOneLine(Vexa(Words(line, &folder)), 1, says);
 #ifndef _WIN32
   ExpectOneLine(Vexa({"convert", good, "/dev/full"}), 1, "/dev/full: ");
   if (CanRead("x.tif")) ExpectOneLine(Vexa({"convert", good, "/dev/full", "--format", "tif"}), 1, "/dev/full: ");
@@ -104,36 +106,20 @@ TEST(Failure, PlacesThatCannotBeReadOrWritten) {
 }
 
 TEST(Failure, WrongUsageHasItsOwnExitCode) {
-  const std::vector<std::vector<std::string>> kLines = {{},
-                                                        {"paint"},
-                                                        {"info"},
-                                                        {"info", "--colour", "a.png"},
-                                                        {"convert", "a.pgm"},
-                                                        {"convert", "a.pgm", "b.pgm", "c.pgm"},
-                                                        {"convert", SamplePath("mr_abdomen_u12.pgm"), "b.xyz"},
-                                                        {"convert", "a.pgm", "b.pgm", "--storage", "paper"},
-                                                        {"convert", "a.pgm", "b.pgm", "--tile-size", "64Q"},
-                                                        {"convert", "a.pgm", "b.pgm", "--memory-limit", "0"},
-                                                        {"convert", "a.pgm", "b.pgm", "--page", "0"},
-                                                        {"convert", "a.pgm", "b.pgm", "--page", "one"},
-                                                        {"crop", "a.pgm", "b.pgm"},
-                                                        {"crop", "a.pgm", "b.pgm", "--rect", "1,2,3"},
-                                                        {"crop", "a.pgm", "b.pgm", "--rect", "1,2,3,4,5"},
-                                                        {"crop", "a.pgm", "b.pgm", "--rect", "0,0,0,9"},
-                                                        {"crop", "a.pgm", "b.pgm", "--rect", "0,0,9,9999999999"},
-                                                        {"crop", "a.pgm", "b.pgm", "--rect", "0,0,9,9x"},
-                                                        {"pages"},
-                                                        {"pages", "split", "a.pgm"},
-                                                        {"pages", "split", "a.pgm", "b"},
-                                                        {"pages", "split", "a.pgm", "b.pgm", "--pages", "0"},
-                                                        {"pages", "split", "a.pgm", "b.pgm", "--pages", "3-2"},
-                                                        {"pages", "split", "a.pgm", "b.pgm", "--pages", "1,,2"},
-                                                        {"pages", "join", "a.tif"},
-                                                        {"pages", "join", "a.pgm", "b.pgm"}};
-  for (const std::vector<std::string>& line : kLines) ExpectOneLine(Vexa(line), 2, "--help");
-  for (const std::vector<std::string>& line :
-       std::vector<std::vector<std::string>>{{"--help"}, {"info", "--help"}, {"convert", "--help"}, {"--version"}}) {
-    const Outcome outcome = Vexa(line);
+  std::istringstream lines(
+      "\nconvert ~mr_abdomen_u12.pgm b.xyz\npaint\ninfo\ninfo --colour a.png\nconvert a.pgm\nconvert a.pgm b.pgm "
+      "c.pgm\nconvert a.pgm b.pgm --storage "
+      "paper\n"
+      "convert a.pgm b.pgm --tile-size 64Q\nconvert a.pgm b.pgm --memory-limit 0\nconvert a.pgm b.pgm --page 0\n"
+      "convert a.pgm b.pgm --page one\ncrop a.pgm b.pgm\ncrop a.pgm b.pgm --rect 1,2,3\ncrop a.pgm b.pgm --rect "
+      "1,2,3,4,5\n"
+      "crop a.pgm b.pgm --rect 0,0,0,9\ncrop a.pgm b.pgm --rect 0,0,9,9999999999\ncrop a.pgm b.pgm --rect "
+      "0,0,9,9x\npages\n"
+      "pages split a.pgm\npages split a.pgm b\npages split a.pgm b.pgm --pages 0\npages split a.pgm b.pgm --pages 3-2\n"
+      "pages split a.pgm b.pgm --pages 1,,2\npages join a.tif\npages join a.pgm b.pgm");
+  for (std::string line; std::getline(lines, line);) ExpectOneLine(Vexa(Words(line)), 2, "--help");
+  for (const char* line : {"--help", "info --help", "convert --help", "--version"}) {
+    const Outcome outcome = Vexa(Words(line));
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_NE(outcome.output.find("vexa"), std::string::npos);
   }

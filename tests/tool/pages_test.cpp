@@ -7,14 +7,6 @@
 namespace tool {
 namespace {
 
-struct Pixels {
-  int32_t left, top, width, height;
-  std::string Text() const {
-    return std::to_string(left) + "," + std::to_string(top) + "," + std::to_string(width) + "," +
-           std::to_string(height);
-  }
-};
-
 // The pixels of a decoded picture, by the engine's pixel function, from a displayed position on.
 void ExpectCroppedFrom(Decoded& whole, Decoded& crop, int32_t left, int32_t top, int32_t width, int32_t height) {
   const bool turned = crop.bitmap.Perspective() >= V_ViewLeftTop;
@@ -34,24 +26,21 @@ TEST(Crop, EveryOrientationShowsTheSameArea) {
   if (!CanRead("x.tif") || !CanRead("x.png")) GTEST_SKIP() << "this build lacks the codecs";
   Decoded upright;
   Decode(SamplePath("orient_rgb_upright.png"), &upright);
-  struct {
-    Pixels asked, kept;
-  } const kCases[] = {{{30, 20, 71, 53}, {30, 20, 71, 53}},
-                      {{-10, -5, 40, 30}, {0, 0, 30, 25}},
-                      {{160, 100, 2147483647, 2147483647}, {160, 100, 11, 36}},
-                      {{170, 0, 1, 200}, {170, 0, 1, 136}}};
-  for (int perspective = 1; perspective <= 8; ++perspective) {
-    for (const auto& [asked, kept] : kCases) {
-      SCOPED_TRACE("perspective " + std::to_string(perspective) + ", " + asked.Text());
-      const Folder folder;
-      ExpectQuiet({"crop", SamplePath("orient_rgb_" + std::to_string(perspective) + ".tif"), folder / "out.tif",
-                   "--rect", asked.Text()});
+  const std::tuple<const char*, int, int, int, int> kCases[] = {{"30,20,71,53", 30, 20, 71, 53},
+                                                                {"-10,-5,40,30", 0, 0, 30, 25},
+                                                                {"160,100,2147483647,2147483647", 160, 100, 11, 36},
+                                                                {"170,0,1,200", 170, 0, 1, 136}};
+  const Folder folder;
+  for (int perspective = 1; perspective <= 8; ++perspective)
+    for (const auto& [asked, left, top, width, height] : kCases) {
+      const std::string sample = "~orient_rgb_" + std::to_string(perspective) + ".tif";
+      SCOPED_TRACE(sample + ", " + asked);
+      ExpectQuiet(Words("crop " + sample + " @out.tif --rect " + asked, &folder));
       Decoded crop;
       Decode(folder / "out.tif", &crop);
       EXPECT_EQ(crop.bitmap.Perspective(), perspective);
-      ExpectCroppedFrom(upright, crop, kept.left, kept.top, kept.width, kept.height);
+      ExpectCroppedFrom(upright, crop, left, top, width, height);
     }
-  }
 }
 
 TEST(Crop, EveryDepthAndStorageKeepsPixelsAndAttributes) {
@@ -140,32 +129,30 @@ TEST(Pages, TheChosenOnesAreWrittenAndOutputMayBeInput) {
 TEST(Pages, FailuresLeaveNoFile) {
   const Folder folder;
   Save(folder / "a.pgm", "P5\n4 2\n255\nabcdefgh");
-  ExpectOneLine(Vexa({"crop", folder / "a.pgm", folder / "b.pgm", "--rect", "4,0,5,5"}), 1,
-                "a.pgm: nothing of the rect");
-  ExpectOneLine(Vexa({"crop", folder / "a.pgm", folder / "b.pgm", "--rect", "0,0,1,1", "--page", "2"}), 1, "no page 2");
-  ExpectOneLine(Vexa({"pages", "split", folder / "a.pgm", folder / "b.pgm", "--pages", "1-9"}), 1, "no page 9");
-  ExpectOneLine(Vexa({"pages", "split", folder / "a.pgm", folder / "none/b.pgm"}), 1,
-                "none/b-1.pgm: there is no folder");
-  ExpectOneLine(Vexa({"pages", "list", folder / "none.tif"}), 1, "none.tif: ");
-  EXPECT_EQ(folder.Names(), std::vector<std::string>{"a.pgm"});
+  const auto fails = [&](const std::string& line, const std::string& says) {
+    SCOPED_TRACE(line);
+    const std::vector<std::string> before = folder.Names();
+    ExpectOneLine(Vexa(Words(line, &folder)), says.find("one page;") != std::string::npos ? 2 : 1, says);
+    EXPECT_EQ(folder.Names(), before);
+  };
+  fails("crop @a.pgm @b.pgm --rect 4,0,5,5", "a.pgm: nothing of the rect");
+  fails("crop @a.pgm @b.pgm --rect 0,0,1,1 --page 2", "no page 2");
+  fails("pages split @a.pgm @b.pgm --pages 1-9", "no page 9");
+  fails("pages split @a.pgm @none/b.pgm", "none/b-1.pgm: there is no folder");
+  fails("pages list @none.tif", "none.tif: ");
   if (!CanRead("x.tif") || !CanRead("x.gif") || !CanRead("x.png")) return;
-
-  const std::string document = JoinDocument(folder), joined = folder / "joined.tif";
+  JoinDocument(folder);
   fs::create_directory(folder.Path() / "page-3.png");
   Save(folder / "cut.tif", Load(SamplePath("orient_rgb_1.tif")).substr(0, 20000));
-  const std::vector<std::string> before = folder.Names();
   // The third file of three cannot be written, or the third page cannot be read.
-  ExpectOneLine(Vexa({"pages", "split", document, folder / "page-{}.png"}), 1, "page-3.png: is a directory");
-  ExpectOneLine(Vexa({"pages", "split", document, folder / "b.gif"}), 1, "document.tif: page 2: GIF holds");
-  ExpectOneLine(Vexa({"pages", "split", document, folder / "b.tif", "--storage", "compressed"}), 1,
-                "page 2: compressed");
-  ExpectOneLine(Vexa({"crop", document, folder / "b.tif", "--rect", "600,0,9,9"}), 1, "page 2: nothing");
-  ExpectOneLine(Vexa({"pages", "join", joined, document, folder / "cut.tif"}), 1, "cut.tif: ");
-  ExpectOneLine(Vexa({"pages", "join", joined, document, folder / "none.tif"}), 1, "none.tif: ");
-  ExpectOneLine(Vexa({"pages", "join", joined, document, "--storage", "supercompressed"}), 1,
-                "page 2: supercompressed");
-  ExpectOneLine(Vexa({"pages", "join", folder / "joined.png", document}), 2, "one page; formats with more: TIFF, GIF");
-  EXPECT_EQ(folder.Names(), before);
+  fails("pages split @document.tif @page-{}.png", "page-3.png: is a directory");
+  fails("pages split @document.tif @b.gif", "document.tif: page 2: GIF holds");
+  fails("pages split @document.tif @b.tif --storage compressed", "page 2: compressed");
+  fails("crop @document.tif @b.tif --rect 600,0,9,9", "page 2: nothing");
+  fails("pages join @joined.tif @document.tif @cut.tif", "cut.tif: ");
+  fails("pages join @joined.tif @document.tif @none.tif", "none.tif: ");
+  fails("pages join @joined.tif @document.tif --storage supercompressed", "page 2: supercompressed");
+  fails("pages join @joined.png @document.tif", "one page; formats with more: TIFF, GIF");
 }
 
 }  // namespace

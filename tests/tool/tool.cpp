@@ -1,8 +1,7 @@
 #include "tool/tool.h"
 
 #include <algorithm>
-#include <fstream>
-#include <random>
+#include <iterator>
 #include <sstream>
 
 #include "codecs/error.h"
@@ -12,7 +11,6 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -31,7 +29,7 @@ HANDLE CreateFor(const fs::path& path) {
 }  // namespace
 
 Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
-                   const std::function<bool(int)>& whileRunning) {
+                   const std::function<bool(int)>&) {
   const Folder folder;
   std::wstring line = L"\"" + fs::path(program).wstring() + L"\"";
   for (const std::string& argument : arguments)
@@ -44,8 +42,6 @@ Outcome RunProgram(const std::string& program, const std::vector<std::string>& a
   PROCESS_INFORMATION process = {};
   Outcome outcome;
   if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
-    while (whileRunning && WaitForSingleObject(process.hProcess, 1) == WAIT_TIMEOUT)
-      if (whileRunning(static_cast<int>(process.dwProcessId))) break;
     WaitForSingleObject(process.hProcess, INFINITE);
     DWORD code = 0;
     GetExitCodeProcess(process.hProcess, &code);
@@ -78,17 +74,14 @@ Outcome RunProgram(const std::string& program, const std::vector<std::string>& a
     _exit(127);
   }
   int status = 0;
-  struct rusage usage = {};
   bool running = true;
-  while (running && whileRunning) {
-    running = wait4(child, &status, WNOHANG, &usage) == 0;
-    if (running && whileRunning(child)) break;
-    usleep(500);
+  for (bool watched = whileRunning != nullptr; running && watched; usleep(500)) {
+    running = waitpid(child, &status, WNOHANG) == 0;
+    watched = running && !whileRunning(child);
   }
-  if (running) wait4(child, &status, 0, &usage);
+  if (running) waitpid(child, &status, 0);
   Outcome outcome;
   outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-  outcome.peakBytes = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
   outcome.output = Load(out);
   outcome.errors = Load(err);
   return outcome;
@@ -96,34 +89,12 @@ Outcome RunProgram(const std::string& program, const std::vector<std::string>& a
 
 #endif
 
-Folder::Folder() {
-  static std::mt19937_64 random{std::random_device{}()};
-  path_ = fs::temp_directory_path() / ("vexa-test-" + std::to_string(random()));
-  fs::create_directories(path_);
-}
-
-Folder::~Folder() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
-std::vector<std::string> Folder::Names() const {
-  std::vector<std::string> names;
-  for (const fs::directory_entry& entry : fs::directory_iterator(path_))
-    names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string Load(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream content;
-  content << in.rdbuf();
-  return content.str();
-}
-
-void Save(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
+std::vector<std::string> Words(const std::string& line, const Folder* folder) {
+  std::istringstream in(line);
+  std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+  for (std::string& word : words)
+    if (word[0] == '@' || word[0] == '~') word = word[0] == '@' ? *folder / word.substr(1) : SamplePath(word.substr(1));
+  return words;
 }
 
 bool CanRead(const std::string& name) {

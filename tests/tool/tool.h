@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "codecs/codec.h"
+#include "support/tempdir.h"
 
 namespace tool {
 
@@ -18,32 +19,22 @@ struct Outcome {
   int exitCode = -1;
   std::string output;
   std::string errors;
-  uint64_t peakBytes = 0;  // 0 where the system does not tell
 };
 
-// Runs a program to its end. `whileRunning` is called again and again with its process id until it returns true.
+// Runs a program to its end. `whileRunning` is called again and again with its process id until it returns true (not on
+// Windows).
 Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
                    const std::function<bool(int)>& whileRunning = {});
 inline Outcome Vexa(const std::vector<std::string>& arguments) { return RunProgram(VEXA_PROGRAM, arguments); }
 
-// A folder of its own, gone at the end.
-class Folder {
- public:
-  Folder();
-  ~Folder();
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-  const fs::path& Path() const { return path_; }
-  std::vector<std::string> Names() const;  // sorted
-
- private:
-  fs::path path_;
-};
-
-std::string Load(const std::string& path);
-void Save(const std::string& path, const std::string& content);
+using vexatest::Folder;
+inline std::string Load(const std::string& path) { return vexatest::ReadAll(path); }
+inline void Save(const std::string& path, const std::string& content) { vexatest::WriteAll(path, content); }
 inline std::string SamplePath(const std::string& name) { return std::string(VEXA_SAMPLES) + "/" + name; }
+
+// The words of a line; `@name` is a file of the folder, `~name` a sample.
+std::vector<std::string> Words(const std::string& line, const Folder* folder = nullptr);
+
 std::vector<std::string> SampleNames();  // those that this build can read
 bool CanRead(const std::string& name);
 
