@@ -206,9 +206,11 @@ int32_t ConvertRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const LineFormat& to, 
   const FullPalette palette(src);
   LineConversion conversion;
   V_TRY(conversion.Prepare(Conversion(src, palette.get(), to)));
+  const uint64_t from = src.BytesPerLine, pitch = dst.BytesPerLine, total = pitch * static_cast<uint32_t>(dst.Height);
   const int32_t width = src.Width;
-  return ForRows(src, dst, 1, progress, [&](const uint8_t* source, uint8_t* room, int32_t) noexcept {
-    return conversion.Run(room, source, width);
+  const auto most = static_cast<int32_t>(std::clamp<uint64_t>((1u << 20) / std::max<uint64_t>(pitch, 1), 1, 256));
+  return ForRows(src, dst, most, progress, [&](const uint8_t* source, uint8_t* room, int32_t count) noexcept {
+    return conversion.RunLines(room, pitch, source, from, width, count, total);
   });
 }
 

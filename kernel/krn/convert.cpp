@@ -10,7 +10,6 @@
 #include "krn/convertplan.h"
 
 namespace vexakrn {
-
 struct LineConversion::Plan : ConvertPlan {};
 
 LineConversion::~LineConversion() { Reset(); }
@@ -34,7 +33,15 @@ int32_t LineConversion::Prepare(const ConversionRequest& request) noexcept {
 
 int32_t LineConversion::Run(uint8_t* destination, const uint8_t* source, int32_t width) noexcept {
   if (!plan_ || !destination || !source || width <= 0) return kInvalidParameter;
-  plan_->Run(destination, source, width);
+  plan_->Run(destination, source, static_cast<uint32_t>(width));
+  return kSuccess;
+}
+
+int32_t LineConversion::RunLines(uint8_t* destination, uint64_t destinationPitch, const uint8_t* source,
+                                 uint64_t sourcePitch, int32_t width, int32_t lines, uint64_t total) noexcept {
+  if (!plan_ || !destination || !source || width <= 0 || lines < 0) return kInvalidParameter;
+  plan_->RunLines(destination, destinationPitch, source, sourcePitch, static_cast<uint32_t>(width),
+                  static_cast<uint32_t>(lines), total);
   return kSuccess;
 }
 
@@ -46,7 +53,8 @@ int32_t Convert(uint8_t* buffer, int32_t width, const ConversionRequest& request
   if (!buffer || width <= 0) return kInvalidParameter;
   ConvertPlan plan;
   V_TRY(plan.Make(request));
-  plan.Run(buffer, buffer, width);
+  const uint64_t bytes = static_cast<uint64_t>(width) * static_cast<uint32_t>(request.destination.bits) / 8;
+  plan.RunLines(buffer, 0, buffer, 0, static_cast<uint32_t>(width), 1, bytes);
   return kSuccess;
 }
 
@@ -64,34 +72,22 @@ using namespace vexakrn;  // NOLINT(google-build-using-namespace)
 
 int32_t V_CALL V_ConvertBuffer(uint8_t* buffer, int32_t width, int32_t bitsSrc, int32_t bitsDst, int32_t orderSrc,
                                int32_t orderDst, const RGBQUAD* paletteSrc, const RGBQUAD* paletteDst) noexcept {
-  return Convert(
-      buffer, width,
-      {{bitsSrc, orderSrc, paletteSrc, nullptr}, {bitsDst, orderDst, paletteDst, nullptr}, 0, -1, -1, kOpaque});
+  return V_ConvertBufferExt(buffer, width, bitsSrc, bitsDst, orderSrc, orderDst, paletteSrc, paletteDst, 0, -1, -1);
 }
 
 int32_t V_CALL V_ConvertBufferExt(uint8_t* buffer, int32_t width, int32_t bitsSrc, int32_t bitsDst, int32_t orderSrc,
                                   int32_t orderDst, const RGBQUAD* paletteSrc, const RGBQUAD* paletteDst,
                                   uint32_t flags, int32_t lowBit, int32_t highBit) noexcept {
-  return Convert(buffer, width,
-                 {{bitsSrc, orderSrc, paletteSrc, nullptr},
-                  {bitsDst, orderDst, paletteDst, nullptr},
-                  flags,
-                  lowBit,
-                  highBit,
-                  kOpaque});
+  return V_ConvertBufferExt2(buffer, width, bitsSrc, bitsDst, orderSrc, orderDst, paletteSrc, paletteDst, nullptr,
+                             nullptr, flags, lowBit, highBit);
 }
 
 int32_t V_CALL V_ConvertBufferExt2(uint8_t* buffer, int32_t width, int32_t bitsSrc, int32_t bitsDst, int32_t orderSrc,
                                    int32_t orderDst, const RGBQUAD* paletteSrc, const RGBQUAD* paletteDst,
                                    const uint16_t* lutSrc, const uint16_t* lutDst, uint32_t flags, int32_t lowBit,
                                    int32_t highBit) noexcept {
-  return Convert(buffer, width,
-                 {{bitsSrc, orderSrc, paletteSrc, lutSrc},
-                  {bitsDst, orderDst, paletteDst, lutDst},
-                  flags,
-                  lowBit,
-                  highBit,
-                  kOpaque});
+  return V_ConvertBufferExt3(buffer, width, bitsSrc, bitsDst, orderSrc, orderDst, paletteSrc, paletteDst, lutSrc,
+                             lutDst, flags, lowBit, highBit, kOpaque);
 }
 
 int32_t V_CALL V_ConvertBufferExt3(uint8_t* buffer, int32_t width, int32_t bitsSrc, int32_t bitsDst, int32_t orderSrc,

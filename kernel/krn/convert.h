@@ -34,9 +34,15 @@ class LineConversion {
   // The codes of V_ConvertBuffer.
   int32_t Prepare(const ConversionRequest& request) noexcept;
 
-  // Converts `width` pixels in place, or from a source that does not overlap the destination (large results past the
-  // caches is the caller's business). In place the buffer holds the larger of the two lines.
+  // Converts `width` pixels in place, or from a source that does not overlap the destination. In place the buffer holds
+  // the larger of the two lines.
   int32_t Run(uint8_t* destination, const uint8_t* source, int32_t width) noexcept;
+
+  // Converts lines that lie a pitch apart, from a source that does not overlap the destination. `total` is the size of the
+  // result that they are part of: one that is too large to stay in the caches is written past them, for which a call
+  // should have many lines.
+  int32_t RunLines(uint8_t* destination, uint64_t destinationPitch, const uint8_t* source, uint64_t sourcePitch,
+                   int32_t width, int32_t lines, uint64_t total) noexcept;
 
  private:
   void Reset() noexcept;

@@ -61,11 +61,6 @@ void ToGray8(uint8_t* destination, const uint8_t* source, size_t pixels, const C
     destination[i] = static_cast<uint8_t>(Luminance(source[kFrom.at[2]], source[kFrom.at[1]], source[kFrom.at[0]]));
 }
 
-void ToGray16(uint8_t* destination, const uint8_t* source, size_t pixels, const ConvertContext&) noexcept {
-  for (size_t i = 0; i < pixels; ++i, source += 8)
-    Store16(destination + 2 * i, Luminance(Load16(source + 4), Load16(source + 2), Load16(source)));
-}
-
 // --- 16-bit colour ---
 
 template <uint32_t GreenBits>
@@ -233,7 +228,6 @@ constexpr ConvertSteps kSteps = [] {
   steps.Set(Bgr24, Gray8, ToGray8<Bgr24>);
   steps.Set(Rgb24, Gray8, ToGray8<Rgb24>);
   steps.Set(Bgr32, Gray8, ToGray8<Bgr32>);
-  steps.Set(Bgr64, Gray16, ToGray16);
   steps.Set(Rgb555, Bgr32, FromRgb16<5>);
   steps.Set(Rgb565, Bgr32, FromRgb16<6>);
   steps.Set(Bgr32, Rgb555, ToRgb16<5>);

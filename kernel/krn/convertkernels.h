@@ -55,11 +55,13 @@ class IndexMatch;
 // What steps need beside the pixels. Each line of it concerns one step of a chain.
 struct ConvertContext {
   const RGBQUAD* palette;    // of the source
+  uint32_t colors;           // its entries
   uint8_t grayOfIndex[256];  // its entries' luminance
   uint8_t matchOfBit[2];     // 1-bit sources: their entries' nearest in the destination's palette
   IndexMatch* indexMatch;    // from few values to the destination's palette
   ColorMatch* colorMatch;    // from colours to it
   uint8_t whiteBit;          // of Mono1: the entry that is white
+  bool pastCaches;           // the result is to leave the caches alone: not in place, and no more than a wish
   uint8_t alpha;             // where the source has none
   GrayRange source, destination;
   const uint16_t *sourceTable, *destinationTable;  // kGrayTableLength entries, or null

@@ -13,7 +13,22 @@ struct PixelBytes {
   int at[4];
 };
 
+constexpr bool IsPlainGray(Layout layout) { return layout == Layout::Gray8 || layout == Layout::Gray16; }
+
+// Each order with red first follows its like.
+constexpr bool IsRgb(Layout layout) {
+  return layout == Layout::Rgb24 || layout == Layout::Rgb32 || layout == Layout::Rgb48 || layout == Layout::Rgb64;
+}
+constexpr Layout BgrOf(Layout layout) {
+  return static_cast<Layout>(static_cast<int>(layout) - (IsRgb(layout) ? 1 : 0));
+}
+constexpr Layout RgbOf(Layout layout) { return static_cast<Layout>(static_cast<int>(BgrOf(layout)) + 1); }
+
 constexpr PixelBytes BytesOf(Layout layout) {
+  if (IsRgb(layout)) {
+    const PixelBytes bgr = BytesOf(BgrOf(layout));
+    return {bgr.bytes, bgr.component, {bgr.at[2], bgr.at[1], bgr.at[0], bgr.at[3]}};
+  }
   switch (layout) {
     case Layout::Gray8:
       return {1, 1, {0, 0, 0, -1}};
@@ -21,20 +36,12 @@ constexpr PixelBytes BytesOf(Layout layout) {
       return {2, 2, {0, 0, 0, -1}};
     case Layout::Bgr24:
       return {3, 1, {0, 1, 2, -1}};
-    case Layout::Rgb24:
-      return {3, 1, {2, 1, 0, -1}};
     case Layout::Bgr32:
       return {4, 1, {0, 1, 2, 3}};
-    case Layout::Rgb32:
-      return {4, 1, {2, 1, 0, 3}};
     case Layout::Bgr48:
       return {6, 2, {0, 2, 4, -1}};
-    case Layout::Rgb48:
-      return {6, 2, {4, 2, 0, -1}};
     case Layout::Bgr64:
       return {8, 2, {0, 2, 4, 6}};
-    case Layout::Rgb64:
-      return {8, 2, {4, 2, 0, 6}};
     default:
       return {};
   }

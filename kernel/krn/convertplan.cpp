@@ -1,7 +1,7 @@
 // How a pair of formats is converted: the checks, the layouts on both sides, and the way from one to the other.
 //
 // Values keep 8 bits where either side has no more, and 16 where both have: gray of more than 8 bits and colour of 16 bits
-// a component. Narrowing keeps the top bits, widening repeats them, luminance is taken once, at the narrower of both.
+// a component. Narrowing keeps the top bits, widening repeats them. Luminance is that of components of 8 bits.
 #include "krn/convertplan.h"
 
 #include <algorithm>
@@ -151,7 +151,12 @@ ConvertStep FindStep(Layout from, Layout to) noexcept {
 
 constexpr size_t kStrip = 512;  // pixels; a multiple of 8, so that strips of packed pixels begin with whole bytes
 
-constexpr size_t BytesFor(size_t pixels, int32_t bits) noexcept { return (pixels * static_cast<size_t>(bits) + 7) / 8; }
+// From these sizes on a result pays to be written past the caches. In place they hold part of it already, all of it where
+// no pixel changes its size.
+constexpr uint64_t kPastCaches = 12u << 20, kPastCachesInPlace = 32u << 20;
+constexpr size_t kCacheLine = 64;
+
+constexpr size_t BytesFor(size_t pixels, size_t bits) noexcept { return (pixels * bits + 7) / 8; }
 
 }  // namespace
 
@@ -169,17 +174,20 @@ void ConvertPlan::AddSteps(Layout from, Layout to) noexcept {
   AddSteps(stop, to);
 }
 
-void ConvertPlan::SetSourcePalette(const LineFormat& source, bool toGray) noexcept {
+void ConvertPlan::SetSourcePalette(Layout from, Layout to, const LineFormat& source) noexcept {
   const auto bits = static_cast<uint32_t>(source.bits);
+  const size_t bytes = sizeof(RGBQUAD) << bits;
   context_.palette = source.palette ? source.palette : FixedPalette(bits);
-  if (bits < 8) {  // steps may read whole palettes
-    std::memcpy(colors_, context_.palette, sizeof(RGBQUAD) << bits);
-    std::memset(colors_ + (1u << bits), 0, sizeof colors_ - (sizeof(RGBQUAD) << bits));
+  context_.colors = 1u << bits;
+  if (bits < 8 && !FindStep(from, to)) {  // steps from bytes may read whole palettes, direct lanes of bits do not
+    std::memcpy(colors_, context_.palette, bytes);
+    std::memset(colors_ + context_.colors, 0, sizeof colors_ - bytes);
     context_.palette = colors_;
   }
-  if (toGray)
-    FindStep(Layout::Bgr32, Layout::Gray8)(context_.grayOfIndex, reinterpret_cast<const uint8_t*>(context_.palette),
-                                           size_t{1} << bits, context_);
+  if (!IsGray(to)) return;
+  std::memset(context_.grayOfIndex, 0, 16);  // which steps may read as one
+  FindStep(Layout::Bgr32, Layout::Gray8)(context_.grayOfIndex, reinterpret_cast<const uint8_t*>(context_.palette),
+                                         context_.colors, context_);
 }
 
 // The step to the destination's palette. Few values of a palette or of gray are matched one by one; colours get a table.
@@ -220,10 +228,11 @@ int32_t ConvertPlan::Make(const ConversionRequest& request) noexcept {
     return kInvalidParameter;
   context_.sourceTable = from == Layout::Gray16 ? source.table : nullptr;
   context_.destinationTable = to == Layout::Gray16 ? destination.table : nullptr;
+  context_.pastCaches = false;
   context_.alpha = static_cast<uint8_t>((request.flags & V_ConvertAlphaInit) != 0 ? request.color >> 24 : 0);
   sourceBits_ = source.bits;
   destinationBits_ = destination.bits;
-  deepSource_ = from >= Layout::Bgr48 || (IsGray(from) && (context_.source.bits > 8 || context_.sourceTable));
+  deepSource_ = IsGray(from) ? context_.source.bits > 8 || context_.sourceTable : from >= Layout::Bgr48 && !IsGray(to);
 
   const bool plainSource = context_.source.bits == source.bits && !context_.sourceTable;
   const bool plainDestination = context_.destination.bits == destination.bits && !context_.destinationTable;
@@ -234,7 +243,7 @@ int32_t ConvertPlan::Make(const ConversionRequest& request) noexcept {
     from = source.bits == 24 ? Layout::Bgr24 : Layout::Bgr48;
     to = destination.bits == 24 ? Layout::Bgr24 : Layout::Bgr48;
   }
-  if (HasPalette(from)) SetSourcePalette(source, destination.order == V_OrderGray);
+  if (HasPalette(from)) SetSourcePalette(from, to, source);
   if (HasPalette(to)) V_TRY(SetMatch(from, destination, &to));
   AddSteps(from, to);
   return kSuccess;
@@ -242,15 +251,43 @@ int32_t ConvertPlan::Make(const ConversionRequest& request) noexcept {
 
 // --- lines ---
 
-void ConvertPlan::Run(uint8_t* destination, const uint8_t* source, int32_t width) const noexcept {
-  const auto pixels = static_cast<size_t>(width);
+void ConvertPlan::Run(uint8_t* destination, const uint8_t* source, size_t pixels) const noexcept {
   if (count_ == 1) [[likely]] {
     steps_[0](destination, source, pixels, context_);
   } else if (count_ > 1) {
     RunStrips(destination, source, pixels);
   } else if (count_ == 0 && destination != source) {
-    std::memcpy(destination, source, BytesFor(pixels, sourceBits_));
+    std::memcpy(destination, source, BytesFor(pixels, static_cast<size_t>(sourceBits_)));
   }
+}
+
+// The pixels before the first one that starts both a line of the caches and a byte of the source; all where there is none.
+size_t ConvertPlan::PixelsToCacheLine(const uint8_t* destination, size_t pixels) const noexcept {
+  const auto bits = static_cast<size_t>(destinationBits_), step = static_cast<size_t>(sourceBits_ % 8 == 0 ? 1 : 8);
+  for (size_t i = 0; i < std::min(pixels, 8 * kCacheLine); i += step)
+    if ((reinterpret_cast<uintptr_t>(destination) * 8 + i * bits) % (8 * kCacheLine) == 0) return i;
+  return pixels;
+}
+
+// Lines without gaps are one line.
+void ConvertPlan::RunLines(uint8_t* destination, uint64_t destinationPitch, const uint8_t* source, uint64_t sourcePitch,
+                           size_t pixels, size_t lines, uint64_t total) noexcept {
+  const auto from = static_cast<size_t>(sourceBits_), to = static_cast<size_t>(destinationBits_);
+  const bool inPlace = destination == source;
+  if (lines > 1 && destinationPitch * 8 == pixels * to && sourcePitch * 8 == pixels * from) {
+    pixels *= lines;
+    lines = 1;
+  }
+  context_.pastCaches =
+      count_ == 1 && total >= (inPlace ? kPastCachesInPlace : kPastCaches) && !(inPlace && from == to);
+  for (; lines > 0; --lines, destination += destinationPitch, source += sourcePitch) {
+    const size_t lead = context_.pastCaches ? PixelsToCacheLine(destination, pixels) : 0;
+    const bool leadLast = inPlace && to > from;
+    if (lead > 0 && !leadLast) Run(destination, source, lead);
+    if (lead < pixels) Run(destination + BytesFor(lead, to), source + BytesFor(lead, from), pixels - lead);
+    if (lead > 0 && leadLast) Run(destination, source, lead);
+  }
+  context_.pastCaches = false;
 }
 
 // In place, where each pixel grows, the last strip comes first. Not inlined: the strip is of no use to single steps.
@@ -260,8 +297,8 @@ void ConvertPlan::Run(uint8_t* destination, const uint8_t* source, int32_t width
   const bool backward = destination == source && destinationBits_ > sourceBits_;
   for (size_t i = 0; i < strips; ++i) {
     const size_t at = (backward ? strips - 1 - i : i) * kStrip;
-    RunStrip(destination + BytesFor(at, destinationBits_), source + BytesFor(at, sourceBits_),
-             std::min(kStrip, pixels - at));
+    RunStrip(destination + BytesFor(at, static_cast<size_t>(destinationBits_)),
+             source + BytesFor(at, static_cast<size_t>(sourceBits_)), std::min(kStrip, pixels - at));
   }
 }
 

@@ -22,21 +22,24 @@ class ConvertPlan {
   // Once. The codes of V_ConvertBuffer.
   int32_t Make(const ConversionRequest& request) noexcept;
 
-  // LineConversion::Run.
-  void Run(uint8_t* destination, const uint8_t* source, int32_t width) const noexcept;
+  // Those of LineConversion.
+  void Run(uint8_t* destination, const uint8_t* source, size_t pixels) const noexcept;
+  void RunLines(uint8_t* destination, uint64_t destinationPitch, const uint8_t* source, uint64_t sourcePitch,
+                size_t pixels, size_t lines, uint64_t total) noexcept;
 
  private:
   static constexpr int32_t kMostSteps = 8, kNothing = -1;
 
-  void SetSourcePalette(const LineFormat& source, bool toGray) noexcept;
+  void SetSourcePalette(Layout from, Layout to, const LineFormat& source) noexcept;
   int32_t SetMatch(Layout from, const LineFormat& destination, Layout* to) noexcept;
   void AddSteps(Layout from, Layout to) noexcept;
 
+  size_t PixelsToCacheLine(const uint8_t* destination, size_t pixels) const noexcept;
   void RunStrips(uint8_t* destination, const uint8_t* source, size_t pixels) const noexcept;
   void RunStrip(uint8_t* destination, const uint8_t* source, size_t pixels) const noexcept;
 
   int32_t sourceBits_ = 0, destinationBits_ = 0;
-  bool deepSource_ = false;  // the source's values have more than 8 bits
+  bool deepSource_ = false;  // values of more than 8 bits come from the source
   int32_t count_ = 0;        // 0 copies the line, kNothing leaves it alone
   ColorMatch* colorMatch_ = nullptr;
   ConvertStep steps_[kMostSteps];

@@ -5,6 +5,7 @@
 #include "krn/convert.h"
 
 #include "fault_walk.h"
+#include "krn/convertplan.h"
 #include "krn/palettes.h"
 
 namespace vexatest {
@@ -135,9 +136,9 @@ class Model {
   uint64_t EncodeGray(const Value& v) const {
     const Range range = RangeOf(r_.destination, V_ConvertDestinationUseBits);
     const uint32_t top = (1u << range.bits) - 1;
-    uint32_t value = range.bits <= 8 ? GrayOf(ToDepth(v, false)) >> (8 - range.bits)
-                     : v.deep        ? GrayOf(v) >> (16 - range.bits)
-                                     : GrayOf(v) * top / 255;
+    uint32_t value = range.bits <= 8    ? GrayOf(ToDepth(v, false)) >> (8 - range.bits)
+                     : v.deep && v.gray ? v.red >> (16 - range.bits)
+                                        : GrayOf(ToDepth(v, false)) * top / 255;
     if (r_.destination.bits == 16 && r_.destination.table) value = r_.destination.table[std::min(value, 65534u)] & top;
     return value << range.low;
   }
@@ -203,7 +204,32 @@ class Conversion : public FaultWalk {
       for (int again = 0; again < 2; ++again) ASSERT_EQ(conversion.Run(out.data(), apart.data(), width), 1);
       ASSERT_TRUE(out == want && apart == source) << "from apart";
       ASSERT_TRUE(line.GuardsIntact() && apart.GuardsIntact() && out.GuardsIntact());
+      CheckPastCaches(r, width, source, want);
     });
+  }
+
+  // The same as parts of a result that is said to be too large for the caches: in place, and several lines at once.
+  void CheckPastCaches(const Request& r, int32_t width, const std::vector<uint8_t>& source,
+                       const std::vector<uint8_t>& want) {
+    constexpr uint64_t kLarge = uint64_t{1} << 30;
+    constexpr size_t kLines = 3;
+    const size_t offset = random_.Below(64), fromPitch = source.size() + random_.Below(2) * 4,
+                 pitch = want.size() + random_.Below(2) * 4;
+    vexakrn::ConvertPlan plan;
+    ASSERT_EQ(plan.Make(r), 1);
+    GuardedBytes line(offset + std::max(source.size(), want.size())), lines(offset + pitch * kLines, 0x3C);
+    std::copy(source.begin(), source.end(), line.data() + offset);
+    plan.RunLines(line.data() + offset, 0, line.data() + offset, 0, static_cast<size_t>(width), 1, kLarge);
+    ASSERT_TRUE(std::equal(want.begin(), want.end(), line.data() + offset)) << "in place, past the caches";
+    std::vector<uint8_t> sources(fromPitch * kLines), expected(lines.size(), 0x3C);
+    for (size_t i = 0; i < kLines; ++i) {
+      std::copy(source.begin(), source.end(), &sources[fromPitch * i]);
+      std::copy(want.begin(), want.end(), &expected[offset + pitch * i]);
+    }
+    LineConversion conversion;
+    ASSERT_EQ(conversion.Prepare(r), 1);
+    ASSERT_EQ(conversion.RunLines(lines.data() + offset, pitch, sources.data(), fromPitch, width, kLines, kLarge), 1);
+    ASSERT_TRUE(lines == expected && lines.GuardsIntact() && line.GuardsIntact()) << "lines past the caches";
   }
 
   Palette RandomPalette(int32_t bits) {
