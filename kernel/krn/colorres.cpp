@@ -218,7 +218,7 @@ int32_t ConvertRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const LineFormat& to, 
 struct Candidates {
   explicit Candidates(const ResultPalette& palette) noexcept {
     for (uint32_t i = 0; i < palette.colors; ++i) {
-      if ((palette.entries[i].rgbReserved & kBarredBits) != 0) continue;
+      if (IsBarred(palette.entries[i])) continue;
       entries[count] = palette.entries[i];
       index[count++] = static_cast<uint8_t>(i);
     }
@@ -270,13 +270,14 @@ int32_t DitherRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const Request& request,
                            request.matchTable};
   DitherContext* context = nullptr;
   V_TRY(StartPass(pass, &context));
-  constexpr uint64_t kMostBytes = 16u << 20;  // of buffers, for rows that do not lie in memory
+  constexpr uint64_t kMostBytes = 16u << 20;  // of a block of rows, which may need buffers
   const uint64_t from = src.BytesPerLine, to = dst.BytesPerLine;
   const auto lines =
       static_cast<int32_t>(std::clamp<uint64_t>(kMostBytes / std::max<uint64_t>(from + to, 1), 1, kDitherLines));
   const int32_t status =
       ForRows(src, dst, lines, progress, [&](const uint8_t* source, uint8_t* room, int32_t count) noexcept {
-        return DitherNextLines(*context, source, from, room, to, count);
+        DitherNextLines(*context, source, from, room, to, count);
+        return int32_t{kSuccess};
       });
   StopPass(context);
   return status;

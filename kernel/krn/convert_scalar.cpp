@@ -8,6 +8,7 @@
 #include "common/packed.h"
 #include "krn/convertkernels.h"
 #include "krn/convertlayout.h"
+#include "krn/samples.h"
 
 namespace vexakrn {
 namespace {
@@ -24,7 +25,6 @@ void Store16(uint8_t* at, uint32_t value) noexcept {
 }
 
 // The weights of every conversion to gray.
-uint32_t Luminance(uint32_t r, uint32_t g, uint32_t b) noexcept { return (2 * r + 5 * g + b + 4) >> 3; }
 
 // --- colour and plain gray: bytes that move ---
 
@@ -58,7 +58,7 @@ template <Layout From>
 void ToGray8(uint8_t* destination, const uint8_t* source, size_t pixels, const ConvertContext&) noexcept {
   constexpr PixelBytes kFrom = BytesOf(From);
   for (size_t i = 0; i < pixels; ++i, source += kFrom.bytes)
-    destination[i] = static_cast<uint8_t>(Luminance(source[kFrom.at[2]], source[kFrom.at[1]], source[kFrom.at[0]]));
+    destination[i] = static_cast<uint8_t>(LuminanceOf(source[kFrom.at[2]], source[kFrom.at[1]], source[kFrom.at[0]]));
 }
 
 // --- 16-bit colour ---
@@ -69,9 +69,9 @@ void FromRgb16(uint8_t* destination, const uint8_t* source, size_t pixels, const
     uint8_t* color = destination + 4 * i;
     const uint32_t pixel = Load16(source + 2 * i);
     const uint32_t blue = pixel & 31, green = pixel >> 5 & ((1u << GreenBits) - 1), red = pixel >> (5 + GreenBits) & 31;
-    color[0] = static_cast<uint8_t>(blue << 3 | blue >> 2);
-    color[1] = static_cast<uint8_t>(green << (8 - GreenBits) | green >> (2 * GreenBits - 8));
-    color[2] = static_cast<uint8_t>(red << 3 | red >> 2);
+    color[0] = static_cast<uint8_t>(WidenTo8(blue, 5));
+    color[1] = static_cast<uint8_t>(WidenTo8(green, GreenBits));
+    color[2] = static_cast<uint8_t>(WidenTo8(red, 5));
     color[3] = context.alpha;
   }
 }
@@ -134,17 +134,10 @@ void Gray8ToMono1(uint8_t* destination, const uint8_t* source, size_t pixels, co
 
 // --- gray in a range of bits ---
 
-// A value of `bits` bits repeated from the top of 16 bits on, by way of 8 bits where it has no more.
-uint32_t Widen(uint32_t value, int32_t bits) noexcept {
-  value <<= 16 - bits;
-  for (int32_t shift = bits; shift < 16; shift *= 2) value |= value >> shift;
-  return bits < 8 ? (value & 0xFF00) | value >> 8 : value;
-}
-
 uint32_t WordToGray(uint32_t word, const ConvertContext& context) noexcept {
-  const uint32_t value = word >> context.source.low & ((1u << context.source.bits) - 1);
+  const uint32_t value = SampleValue(word, context.source);
   if (context.sourceTable) return context.sourceTable[std::min(value, kGrayTableLength - 1)];
-  return Widen(value, context.source.bits);
+  return WidenTo16(value, context.source.bits);
 }
 
 void Word16ToGray8(uint8_t* destination, const uint8_t* source, size_t pixels, const ConvertContext& context) noexcept {
@@ -164,12 +157,8 @@ uint32_t GrayToWord(uint32_t value, const ConvertContext& context) noexcept {
 }
 
 void Gray8ToWord16(uint8_t* destination, const uint8_t* source, size_t pixels, const ConvertContext& context) noexcept {
-  const int32_t bits = context.destination.bits;
-  const uint32_t maximum = (1u << bits) - 1;
-  for (size_t i = pixels; i-- > 0;) {
-    const uint32_t value = bits > 8 ? source[i] * maximum / 255 : uint32_t{source[i]} >> (8 - bits);
-    Store16(destination + 2 * i, GrayToWord(value, context));
-  }
+  for (size_t i = pixels; i-- > 0;)
+    Store16(destination + 2 * i, GrayToWord(ValueOfGray(source[i], context.destination.bits), context));
 }
 
 void Gray16ToWord16(uint8_t* destination, const uint8_t* source, size_t pixels,

@@ -74,8 +74,6 @@ DitherChoice ChoiceOf(PaletteClass paletteClass, bool gray) noexcept {
   }
 }
 
-bool IsGray(const RGBQUAD& entry) noexcept { return entry.rgbRed == entry.rgbGreen && entry.rgbGreen == entry.rgbBlue; }
-
 // The candidates, their search, and the empty table: entries with colours where errors are diffused, else indices.
 int32_t SetMatches(DitherContext& pass, bool diffuses) noexcept {
   if (diffuses) {
@@ -86,7 +84,7 @@ int32_t SetMatches(DitherContext& pass, bool diffuses) noexcept {
   if (!pass.matches && !pass.matchIndices) return kNoMemory;
   RGBQUAD candidates[kMaxColors];
   for (uint32_t i = 0; i < pass.colors; ++i) {
-    if ((pass.palette[i].rgbReserved & 3) != 0) continue;
+    if (IsBarred(pass.palette[i])) continue;
     candidates[pass.candidateCount] = pass.palette[i];
     pass.candidates[pass.candidateCount++] = static_cast<uint8_t>(i);
   }
@@ -105,7 +103,7 @@ bool StaysGray(const DitherContext& pass) noexcept {
   if (!HasTable(pass.paletteClass))
     return pass.paletteClass == PaletteClass::Fixed2 || pass.paletteClass == PaletteClass::Fixed4;
   return std::all_of(pass.palette, pass.palette + pass.colors,
-                     [](const RGBQUAD& entry) { return (entry.rgbReserved & 3) != 0 || IsGray(entry); });
+                     [](const RGBQUAD& entry) { return IsBarred(entry) || IsGray(entry); });
 }
 
 // Bytes from one plane of a line to the next.

@@ -31,9 +31,9 @@ void StopPass(DitherContext* pass) noexcept;  // null is ignored
 void DitherNextLine(DitherContext& pass, const uint8_t* source, uint8_t* destination) noexcept;
 
 // Dithers the next `count` lines at once, which lie so many bytes apart: the same result as one after the other, much
-// faster for many. -1 when there is no memory for the work; nothing has happened then.
-int32_t DitherNextLines(DitherContext& pass, const uint8_t* source, uint64_t sourcePitch, uint8_t* destination,
-                        uint64_t destinationPitch, int32_t count) noexcept;
+// faster for many.
+void DitherNextLines(DitherContext& pass, const uint8_t* source, uint64_t sourcePitch, uint8_t* destination,
+                     uint64_t destinationPitch, int32_t count) noexcept;
 
 // How many lines DitherNextLines likes at a time.
 inline constexpr int32_t kDitherLines = 64;

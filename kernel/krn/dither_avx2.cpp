@@ -146,7 +146,7 @@ __m256i TurnEights(__m256i bytes) noexcept {
 
 // Eight indices fill `bits` bytes.
 void PackIndicesAvx2(const uint8_t* indices, int32_t count, uint32_t bits, uint8_t* destination) noexcept {
-  int32_t x = 0;
+  ptrdiff_t x = 0;
   if (bits == 1) {
     for (; x + 32 <= count; x += 32, destination += 4) {
       const __m256i flags = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(indices + x));
@@ -166,7 +166,7 @@ void PackIndicesAvx2(const uint8_t* indices, int32_t count, uint32_t bits, uint8
     std::memcpy(destination, &packed, sizeof packed);
   }
   for (; x < count; x += 8) {
-    const int32_t pixels = count - x < 8 ? count - x : 8;
+    const ptrdiff_t pixels = count - x < 8 ? count - x : 8;
     uint64_t eight = 0;
     std::memcpy(&eight, indices + x, static_cast<size_t>(pixels));
     const uint64_t packed = packEight(eight);

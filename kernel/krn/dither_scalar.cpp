@@ -9,8 +9,8 @@ namespace {
 // Eight indices fill `bits` bytes.
 void Pack(const uint8_t* indices, int32_t count, uint32_t bits, uint8_t* destination) noexcept {
   const uint32_t mask = (1u << bits) - 1;
-  for (int32_t x = 0; x < count; x += 8) {
-    const int32_t pixels = std::min(count - x, 8);
+  for (ptrdiff_t x = 0; x < count; x += 8) {
+    const auto pixels = static_cast<int32_t>(std::min<ptrdiff_t>(count - x, 8));
     uint64_t packed = 0;
     for (int32_t i = 0; i < 8; ++i) packed = packed << bits | (i < pixels ? indices[x + i] & mask : 0);
     const uint32_t bytes = (static_cast<uint32_t>(pixels) * bits + 7) / 8;

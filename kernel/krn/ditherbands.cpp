@@ -25,14 +25,14 @@ bool HasBands(const DitherContext& pass) noexcept {
   return pass.diffuse && ActiveDitherKernels().diffuse && (pass.whole || HasTable(pass.paletteClass));
 }
 
-// Planes and indices of the band's rows, and the scratch memory.
-int32_t AllocateBand(DitherContext& pass) noexcept {
-  if (pass.band) return kSuccess;
-  uint64_t bytes = 0;
+// Planes and indices of the band's rows, and the scratch memory; false where that would be too much.
+bool MakeBand(DitherContext& pass) noexcept {
+  constexpr uint64_t kMostBytes = 64u << 20;
+  if (pass.band) return true;
   const uint64_t rows = static_cast<uint64_t>(pass.components + 1) * kDitherMaxLanes;
-  if (!CheckedMultiply(rows, BandStride(pass), &bytes)) return kNoMemory;
-  pass.band.Reset(AllocateZeroed<uint8_t>(bytes + kDitherScratch + kLine));
-  return pass.band ? kSuccess : int32_t{kNoMemory};
+  if (BandStride(pass) > kMostBytes / rows) return false;
+  pass.band.Reset(AllocateZeroed<uint8_t>(rows * BandStride(pass) + kDitherScratch + kLine));
+  return static_cast<bool>(pass.band);
 }
 
 // A band's rows; the first byte is pixel 0 of row 0 of plane 0.
@@ -58,16 +58,15 @@ DitherBand BandOf(DitherContext& pass, int32_t lanes) noexcept {
 
 }  // namespace
 
-int32_t DitherNextLines(DitherContext& pass, const uint8_t* source, uint64_t sourcePitch, uint8_t* destination,
-                        uint64_t destinationPitch, int32_t count) noexcept {
+void DitherNextLines(DitherContext& pass, const uint8_t* source, uint64_t sourcePitch, uint8_t* destination,
+                     uint64_t destinationPitch, int32_t count) noexcept {
   const int32_t lanes = LanesOf(pass);
   const int32_t least = lanes / 8;  // fewer lines are faster one by one
-  if (!HasBands(pass) || count < least) {
+  if (!HasBands(pass) || count < least || !MakeBand(pass)) {
     for (; count > 0; --count, source += sourcePitch, destination += destinationPitch)
       DitherNextLine(pass, source, destination);
-    return kSuccess;
+    return;
   }
-  V_TRY(AllocateBand(pass));
   DitherBand band = BandOf(pass, lanes);
   while (count > 0) {
     band.rows = std::min(count, lanes);
@@ -90,7 +89,6 @@ int32_t DitherNextLines(DitherContext& pass, const uint8_t* source, uint64_t sou
     count -= band.rows;
     pass.line += static_cast<uint32_t>(band.rows);
   }
-  return kSuccess;
 }
 
 }  // namespace vexakrn

@@ -186,7 +186,7 @@ void FindKeys(const DitherMap& map, uint16_t* keys) noexcept {
 }
 
 // One entry after the other, which is faster than to gather them.
-void LookUp(const DitherMatches& matches, const uint16_t* keys, int32_t count, uint8_t* indices) noexcept {
+inline void LookUp(const DitherMatches& matches, const uint16_t* keys, int32_t count, uint8_t* indices) noexcept {
   const uint16_t* const entries = matches.indices;
   uint32_t all = kFoundIndex;
   const auto one = [&](int32_t i) {

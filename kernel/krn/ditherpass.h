@@ -6,6 +6,7 @@
 #include "krn/dither.h"
 #include "krn/ditherkernels.h"
 #include "krn/palettes.h"
+#include "krn/samples.h"
 
 namespace vexakrn {
 
@@ -34,7 +35,7 @@ struct DitherSource {
   int32_t bits, order;
   bool gray;                   // all three are always equal
   bool identity;               // gray, and the pixels themselves
-  uint32_t lowBit, rangeBits;  // of gray samples
+  GrayRange range;             // of gray samples
   uint8_t components[3][256];  // of palette entries
 };
 

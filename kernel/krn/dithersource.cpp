@@ -1,16 +1,12 @@
 // Source pixels of every depth as bytes of red, green and blue.
-#include <algorithm>
 #include <cstring>
 
 #include "common/packed.h"
 #include "krn/ditherpass.h"
+#include "krn/romm.h"
 
 namespace vexakrn {
 namespace {
-
-bool IsGraySample(const DitherSource& source) noexcept {
-  return source.bits == 12 || (source.bits == 16 && source.order == V_OrderGray);
-}
 
 void SetPalette(DitherSource& source, const RGBQUAD* palette, uint32_t colors) noexcept {
   if (!palette) {
@@ -24,14 +20,9 @@ void SetPalette(DitherSource& source, const RGBQUAD* palette, uint32_t colors) n
     source.components[0][i] = entry.rgbRed;
     source.components[1][i] = entry.rgbGreen;
     source.components[2][i] = entry.rgbBlue;
-    source.gray = source.gray && entry.rgbRed == entry.rgbGreen && entry.rgbGreen == entry.rgbBlue;
+    source.gray = source.gray && IsGray(entry);
     source.identity = source.identity && source.gray && entry.rgbRed == i;
   }
-}
-
-uint8_t GrayOfSample(const DitherSource& source, uint32_t sample) noexcept {
-  const uint32_t top = (1u << source.rangeBits) - 1, value = sample >> source.lowBit & top;
-  return static_cast<uint8_t>(source.rangeBits >= 8 ? value >> (source.rangeBits - 8) : value * 255 / top);
 }
 
 uint32_t Load16(const uint8_t* line, int32_t index) noexcept {
@@ -40,11 +31,10 @@ uint32_t Load16(const uint8_t* line, int32_t index) noexcept {
   return value;
 }
 
-// Widens a field by repeating its top bits.
+// A field at the bottom of a word.
 template <uint32_t kBits>
-uint8_t Widen(uint32_t value) noexcept {
-  const uint32_t field = value & ((1u << kBits) - 1);
-  return static_cast<uint8_t>(field << (8 - kBits) | field >> (2 * kBits - 8));
+uint8_t Widen(uint32_t word) noexcept {
+  return static_cast<uint8_t>(WidenTo8(word & ((1u << kBits) - 1), kBits));
 }
 
 void ExpandPalette(const DitherSource& source, const uint8_t* line, int32_t width, uint8_t* const planes[3],
@@ -65,11 +55,11 @@ void ExpandPalette(const DitherSource& source, const uint8_t* line, int32_t widt
 }
 
 void ExpandGray(const DitherSource& source, const uint8_t* line, int32_t width, uint8_t* plane) noexcept {
+  const auto gray = [&](uint32_t sample) { return static_cast<uint8_t>(GrayOfSample(sample, source.range)); };
   if (source.bits == 12) {
-    for (int32_t x = 0; x < width; ++x)
-      plane[x] = GrayOfSample(source, Packed<12>::Get(line, static_cast<uint64_t>(x)));
+    for (int32_t x = 0; x < width; ++x) plane[x] = gray(Packed<12>::Get(line, static_cast<uint64_t>(x)));
   } else {
-    for (int32_t x = 0; x < width; ++x) plane[x] = GrayOfSample(source, Load16(line, x));
+    for (int32_t x = 0; x < width; ++x) plane[x] = gray(Load16(line, x));
   }
 }
 
@@ -94,14 +84,12 @@ void ExpandHighBytes(const uint8_t* line, int32_t pixelBytes, int32_t width, uin
     planes[0][x] = line[1], planes[1][x] = line[3], planes[2][x] = line[5];
 }
 
-// From the wide-gamut encoding, in fixed point; planes in memory order.
+// From the wide-gamut encoding; planes in memory order.
 void FromRomm(uint8_t* const planes[3], int32_t width) noexcept {
-  const auto component = [](int32_t sum) { return static_cast<uint8_t>(std::clamp((sum + 4095) / 8192, 0, 255)); };
   for (int32_t x = 0; x < width; ++x) {
-    const int32_t c0 = planes[0][x], c1 = planes[1][x], c2 = planes[2][x];
-    planes[0][x] = component(9467 * c0 - 1151 * c1 - 125 * c2);
-    planes[1][x] = component(-305 * c0 + 10232 * c1 - 1735 * c2);
-    planes[2][x] = component(-2156 * c0 - 6498 * c1 + 16846 * c2);
+    uint8_t pixel[3] = {planes[0][x], planes[1][x], planes[2][x]};
+    MultiplyRomm(kFromRomm, pixel, 255);
+    for (int32_t c = 0; c < 3; ++c) planes[c][x] = pixel[c];
   }
 }
 
@@ -111,18 +99,15 @@ void SetSource(DitherSource& source, const DitherRequest& request) noexcept {
   source.bits = request.sourceBits;
   source.order = request.sourceOrder;
   if (source.bits <= 8) SetPalette(source, request.sourcePalette, request.sourceColors);
-  if (!IsGraySample(source)) return;
+  if (!HasGraySamples(source.bits, source.order)) return;
   source.gray = true;
-  const int32_t low = request.lowBit, high = request.highBit;
-  const bool whole = low < 0 || high < low || high >= source.bits;  // a range that makes no sense is the whole sample
-  source.lowBit = whole ? 0 : static_cast<uint32_t>(low);
-  source.rangeBits = static_cast<uint32_t>(whole ? source.bits : high - low + 1);
+  source.range = SampleRange(source.bits, request.lowBit, request.highBit);
 }
 
 void ExpandLine(const DitherSource& source, const uint8_t* line, int32_t width, uint8_t* const planes[3],
                 int32_t components) noexcept {
   if (source.bits <= 8) return ExpandPalette(source, line, width, planes, components);
-  if (IsGraySample(source)) {
+  if (HasGraySamples(source.bits, source.order)) {
     ExpandGray(source, line, width, planes[0]);
     for (int32_t c = 1; c < components; ++c) std::memcpy(planes[c], planes[0], static_cast<size_t>(width));
     return;

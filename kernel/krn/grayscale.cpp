@@ -9,8 +9,6 @@
 namespace vexakrn {
 namespace {
 
-bool IsGray(const RGBQUAD& entry) noexcept { return entry.rgbRed == entry.rgbGreen && entry.rgbGreen == entry.rgbBlue; }
-
 // Whether the levels are first, first + step, ... in 8-bit arithmetic.
 bool RunsBy(const RGBQUAD* palette, uint32_t colors, uint32_t first, uint32_t step) noexcept {
   for (uint32_t i = 0; i < colors; ++i)

@@ -29,18 +29,25 @@ uint32_t FindHitsBy(const uint8_t* entries, uint32_t count, uint32_t r, uint32_t
   uint8_t room[4 * kBlockEntries + 64];
   uint8_t* const distances = room + (0 - reinterpret_cast<uintptr_t>(room)) % 64;  // whole cache lines
   Vector even = none, odd = none;  // the least of every other vector: one would have to wait for the other
-  uint32_t i = 0;
-  const auto put = [&](Vector v, Vector& least) {
-    Ops::Store(distances + 4 * i, v);
+  const auto put = [distances](uint32_t at, Vector v, Vector& least) {
+    Ops::Store(distances + 4 * at, v);
     least = Ops::Min(least, v);
-    i += kLanes;
   };
-  const auto next = [&](Vector& least) { put(Distances<Ops>(Ops::Load(entries + 4 * i), blueRed, green), least); };
-  while (i + 4 * kLanes <= count) next(even), next(odd), next(even), next(odd);
-  while (i + kLanes <= count) next(even);
-  if (i < count)
-    put(Ops::First(Distances<Ops>(Ops::LoadFirst(entries + 4 * i, count - i), blueRed, green), count - i, none), odd);
-  while (i % 64 != 0) put(none, even);
+  const auto next = [&](uint32_t at, Vector& least) {
+    put(at, Distances<Ops>(Ops::Load(entries + 4 * at), blueRed, green), least);
+  };
+  uint32_t i = 0;
+  for (; i + 4 * kLanes <= count; i += 4 * kLanes) {
+    next(i, even), next(i + kLanes, odd);
+    next(i + 2 * kLanes, even), next(i + 3 * kLanes, odd);
+  }
+  for (; i + kLanes <= count; i += kLanes) next(i, even);
+  if (i < count) {
+    put(i, Ops::First(Distances<Ops>(Ops::LoadFirst(entries + 4 * i, count - i), blueRed, green), count - i, none),
+        odd);
+    i += kLanes;
+  }
+  for (; i % 64 != 0; i += kLanes) put(i, none, even);
 
   const Vector least = Ops::LeastOf(Ops::Min(even, odd));
   for (uint32_t word = 0; word < 4; ++word) hits[word] = 64 * word < i ? Ops::Hits64(distances + 256 * word, least) : 0;

@@ -10,11 +10,16 @@ namespace vexakrn {
 
 inline constexpr uint32_t kMaxColors = 256;
 inline constexpr uint32_t kNoEntry = UINT32_MAX;
-inline constexpr uint8_t kBarredBits =
-    3;  // of an entry's reserved byte: with one of them it is never chosen for a colour
 
 // Whether a bitmap of this depth has a palette.
 inline bool IsPaletteDepth(int32_t bitsPerPixel) noexcept { return bitsPerPixel >= 1 && bitsPerPixel <= 8; }
+
+inline bool IsGray(const RGBQUAD& entry) noexcept {
+  return entry.rgbRed == entry.rgbGreen && entry.rgbGreen == entry.rgbBlue;
+}
+
+// Whether an entry is never chosen for a colour: its reserved byte says so.
+inline bool IsBarred(const RGBQUAD& entry) noexcept { return (entry.rgbReserved & 3) != 0; }
 
 // The fixed palette of 2^bits colours, 1 to 8 bits; and the 6 x 6 x 6 cube with 40 black entries behind it.
 const RGBQUAD* FixedPalette(uint32_t bits) noexcept;

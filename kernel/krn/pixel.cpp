@@ -7,7 +7,9 @@
 #include "common/record.h"
 #include "krn/access.h"
 #include "krn/colorvalue.h"
+#include "krn/romm.h"
 #include "krn/rowcol.h"
+#include "krn/samples.h"
 #include "vexakrn/palette.h"
 
 namespace vexakrn {
@@ -68,37 +70,14 @@ struct Color {  // 0 to 255 each
   uint32_t red, green, blue;
 };
 
-uint32_t Luminance(const Color& c) noexcept { return (2 * c.red + 5 * c.green + c.blue + 4) >> 3; }
+bool IsGray(const BITMAPHANDLE& bitmap) noexcept { return HasGraySamples(bitmap.BitsPerPixel, bitmap.Order); }
 
-// Widens a field by repeating its top bits.
-uint32_t Widen(uint32_t value, uint32_t bits) noexcept { return value << (8 - bits) | value >> (2 * bits - 8); }
-
-bool IsGray(const BITMAPHANDLE& bitmap) noexcept {
-  return bitmap.BitsPerPixel == 12 || (bitmap.BitsPerPixel == 16 && bitmap.Order == V_OrderGray);
+GrayRange RangeOf(const BITMAPHANDLE& bitmap) noexcept {
+  return SampleRange(bitmap.BitsPerPixel, bitmap.LowBit, bitmap.HighBit);
 }
 
-// The bits of a gray sample that count; a range that makes no sense is the whole sample.
-struct BitRange {
-  uint32_t low, bits;
-};
-
-BitRange RangeOf(const BITMAPHANDLE& bitmap) noexcept {
-  const int32_t low = bitmap.LowBit, high = bitmap.HighBit;
-  if (low < 0 || high < low || high >= bitmap.BitsPerPixel) return {0, static_cast<uint32_t>(bitmap.BitsPerPixel)};
-  return {static_cast<uint32_t>(low), static_cast<uint32_t>(high - low + 1)};
-}
-
-uint32_t GrayOfSample(const BITMAPHANDLE& bitmap, uint64_t sample) noexcept {
-  const BitRange range = RangeOf(bitmap);
-  const uint64_t value = sample >> range.low & ((1u << range.bits) - 1);
-  return static_cast<uint32_t>(range.bits >= 8 ? value >> (range.bits - 8) : value * 255 / ((1u << range.bits) - 1));
-}
-
-uint64_t SampleOfGray(const BITMAPHANDLE& bitmap, uint32_t gray) noexcept {
-  const BitRange range = RangeOf(bitmap);
-  const uint32_t top = (1u << range.bits) - 1;
-  return static_cast<uint64_t>(range.bits > 8 ? gray * top / 255 : gray >> (8 - range.bits)) << range.low;
-}
+// Of a component of 24-bit colour and deeper.
+uint32_t ComponentBits(const BITMAPHANDLE& bitmap) noexcept { return bitmap.BitsPerPixel <= 32 ? 8 : 16; }
 
 // Three components in memory order: blue first but for order Rgb.
 Color FromComponents(const BITMAPHANDLE& bitmap, uint32_t c0, uint32_t c1, uint32_t c2) noexcept {
@@ -117,19 +96,17 @@ Color ColorOf(const BITMAPHANDLE& bitmap, uint64_t raw) noexcept {
   };
   if (bitmap.BitsPerPixel <= 8) return PaletteColor(bitmap, raw);
   if (IsGray(bitmap)) {
-    const uint32_t gray = GrayOfSample(bitmap, raw);
+    const uint32_t gray = GrayOfSample(static_cast<uint32_t>(raw), RangeOf(bitmap));
     return {gray, gray, gray};
   }
-  switch (bitmap.BitsPerPixel) {
-    case 16:
-      if (bitmap.Order == V_OrderRgb565) return {Widen(field(11, 5), 5), Widen(field(5, 6), 6), Widen(field(0, 5), 5)};
-      return {Widen(field(10, 5), 5), Widen(field(5, 5), 5), Widen(field(0, 5), 5)};
-    case 24:
-    case 32:
-      return FromComponents(bitmap, field(0, 8), field(8, 8), field(16, 8));
-    default:
-      return FromComponents(bitmap, field(8, 8), field(24, 8), field(40, 8));  // high bytes of 16-bit samples
+  if (bitmap.BitsPerPixel == 16) {
+    const uint32_t green = bitmap.Order == V_OrderRgb565 ? 6 : 5;
+    return {WidenTo8(field(5 + green, 5), 5), WidenTo8(field(5, green), green), WidenTo8(field(0, 5), 5)};
   }
+  const uint32_t bits = ComponentBits(bitmap);
+  uint32_t c[3] = {field(0, bits), field(bits, bits), field(2 * bits, bits)};
+  if (bitmap.Order == V_OrderRomm) MultiplyRomm(kFromRomm, c, (1 << bits) - 1);
+  return FromComponents(bitmap, c[0] >> (bits - 8), c[1] >> (bits - 8), c[2] >> (bits - 8));
 }
 
 // The raw value of a colour; `old` gives the bits that a colour does not set (alpha, the top bit of 5-5-5).
@@ -139,19 +116,19 @@ uint64_t RawOf(const BITMAPHANDLE& bitmap, const Color& c, uint64_t old) noexcep
                                            : 0;  // a longer palette has no indices
     return colors == 0 ? 0 : V_FindPaletteIndex(bitmap.pPalette, static_cast<uint32_t>(colors), c.red, c.green, c.blue);
   }
-  if (IsGray(bitmap)) return SampleOfGray(bitmap, Luminance(c));
-  const Color memory = FromComponents(bitmap, c.red, c.green, c.blue);  // its own inverse
-  const uint64_t c0 = memory.red, c1 = memory.green, c2 = memory.blue;
-  switch (bitmap.BitsPerPixel) {
-    case 16:
-      if (bitmap.Order == V_OrderRgb565) return (c.red >> 3) << 11 | (c.green >> 2) << 5 | c.blue >> 3;
-      return (old & 0x8000) | (c.red >> 3) << 10 | (c.green >> 3) << 5 | c.blue >> 3;
-    case 24:
-    case 32:
-      return (old & 0xFF000000) | c2 << 16 | c1 << 8 | c0;
-    default:
-      return (old & 0xFFFF000000000000) | (c2 << 32 | c1 << 16 | c0) * 257;
+  if (IsGray(bitmap)) {
+    const GrayRange range = RangeOf(bitmap);
+    return uint64_t{ValueOfGray(LuminanceOf(c.red, c.green, c.blue), range.bits)} << range.low;
   }
+  if (bitmap.BitsPerPixel == 16) {
+    if (bitmap.Order == V_OrderRgb565) return (c.red >> 3) << 11 | (c.green >> 2) << 5 | c.blue >> 3;
+    return (old & 0x8000) | (c.red >> 3) << 10 | (c.green >> 3) << 5 | c.blue >> 3;
+  }
+  const uint32_t bits = ComponentBits(bitmap), scale = bits == 8 ? 1 : 257;
+  const Color memory = FromComponents(bitmap, c.red * scale, c.green * scale, c.blue * scale);  // its own inverse
+  uint32_t pixel[3] = {memory.red, memory.green, memory.blue};
+  if (bitmap.Order == V_OrderRomm) MultiplyRomm(kToRomm, pixel, (1 << bits) - 1);
+  return old >> 3 * bits << 3 * bits | uint64_t{pixel[2]} << 2 * bits | uint64_t{pixel[1]} << bits | pixel[0];
 }
 
 // The raw value that a colour value of any kind stands for.

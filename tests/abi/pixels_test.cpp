@@ -140,7 +140,7 @@ TEST(PixelColor, DeepGrayIsBroughtToEightBitsFromItsRange) {
         const uint64_t most = (uint64_t{1} << range) - 1;
         for (int step = 0; step <= 64; ++step) {
           const uint64_t raw = random.Next() & (~uint64_t{0} >> (64 - bits)), level = raw >> low & most;
-          const uint64_t gray = range >= 8 ? level >> (range - 8) : level * 255 / most;
+          const uint64_t gray = RepeatBits(static_cast<uint32_t>(level), range, 16) >> 8;
           PutRaw(bitmap, raw);
           ASSERT_EQ(GetColor(bitmap), gray * 0x010101) << raw;
           const auto wanted = static_cast<uint32_t>(random.Below(256));

@@ -38,13 +38,6 @@ struct Value {
   uint32_t red = 0, green = 0, blue = 0, alpha = 0;
 };
 
-// The low `from` bits repeated, most significant first, until there are `to`.
-uint32_t RepeatBits(uint32_t value, int32_t from, int32_t to) {
-  uint32_t result = 0;
-  for (int32_t i = 0; i < to; ++i) result = result << 1 | (value >> (from - 1 - i % from) & 1);
-  return result;
-}
-
 constexpr int32_t kToRomm[3][3] = {{7151, 897, 145}, {394, 7067, 731}, {1067, 2841, 4284}};
 constexpr int32_t kFromRomm[3][3] = {{9467, -1151, -125}, {-305, 10232, -1735}, {-2156, -6498, 16846}};
 

@@ -55,6 +55,13 @@ inline void PutPixelAt(uint8_t* row, int32_t column, int32_t bits, uint64_t valu
   for (int32_t i = 0; i < bits / 8; ++i) at[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
+// The low `from` bits repeated, most significant first, until there are `to`.
+inline uint32_t RepeatBits(uint32_t value, int32_t from, int32_t to) {
+  uint32_t result = 0;
+  for (int32_t i = 0; i < to; ++i) result = result << 1 | (value >> (from - 1 - i % from) & 1);
+  return result;
+}
+
 }  // namespace vexatest
 
 #endif
