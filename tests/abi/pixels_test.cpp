@@ -86,9 +86,10 @@ TEST(PixelColor, IsThatOfAConversion) {
   Random random(21);
   RGBQUAD palette[256];
   for (const int32_t bits : kDepths)
-    for (const int32_t order : {V_OrderRgb, V_OrderBgr, V_OrderRgb565, V_OrderGray}) {
+    for (const int32_t order : {V_OrderRgb, V_OrderBgr, V_OrderRgb565, V_OrderRomm, V_OrderGray}) {
       if (order == V_OrderGray ? bits != 12 && bits != 16 : bits == 12 || (order == V_OrderRgb565 && bits != 16))
         continue;
+      if (order == V_OrderRomm && bits != 24 && bits != 48) continue;
       SCOPED_TRACE(testing::Message() << bits << " bits, order " << order);
       Bitmap bitmap;
       ASSERT_EQ(bitmap.Create(1, 4, 3, bits, order), 1);
