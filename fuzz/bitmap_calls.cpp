@@ -23,7 +23,6 @@ struct List {
 };
 
 struct World {
-  Host host;
   std::vector<Bytes> userData;  // it outlives the bitmaps, which move
   Pair pairs[4];
   List lists[2];
@@ -46,11 +45,6 @@ uint32_t Request(Input& input) {
   return input.OneIn(32) ? input.Number<uint16_t>() : kRequests[input.Below(std::size(kRequests))];
 }
 int32_t From1(Input& input, uint32_t limit) { return 1 + static_cast<int32_t>(input.Below(limit)); }
-// A host judges rows before the engine does, so that one outside may give another status.
-int32_t Row(Input& input, Pair& pair) {
-  return pair.HasCallbacks() ? std::max(pair.Get()->Height - 1, 0) : input.Hostile(pair.Get()->Height);
-}
-
 // What a bitmap is made with; never so large that it cannot really be held.
 struct Shape {
   int32_t width, height, bits;
@@ -105,43 +99,21 @@ void AttachUserData(Input& input, World& world, Pair& pair) {
 void Create(Input& input, World& world, Pair& pair, Pair&) {
   const uint32_t layout = Layout(input), request = Request(input);
   const Shape shape(input, request);
-  const bool hosted = input.OneIn(4) && layout == V_BITMAPHANDLE_SIZE, onlyInit = input.OneIn(6);
+  const bool onlyInit = input.OneIn(6);
   const int32_t order = input.OneIn(8) ? input.Hostile(9) : static_cast<int32_t>(input.Below(3));
   const int32_t perspective = input.OneIn(8) ? input.Hostile(10) : static_cast<int32_t>(input.Below(9));
   std::vector<RGBQUAD> palette(input.OneIn(3) && shape.bits >= 1 && shape.bits <= 8 ? size_t{1} << shape.bits : 0);
   for (RGBQUAD& entry : palette) entry.rgbGreen = input.Byte();
-  const BITMAPHANDLEDATACALLBACKS table = world.host.Table();
   const int64_t status = pair.Make(layout, request, [&](Side side) {
-    const auto* callbacks = hosted && side == kSubject ? &table : nullptr;
-    if (onlyInit)
-      return V_InitBitmapWithCallbacks(pair.Of(side), layout, shape.width, shape.height, shape.bits, callbacks);
-    return V_CreateBitmapWithCallbacks(pair.Of(side), layout, side == kSubject ? request : 1u, shape.width,
-                                       shape.height, shape.bits, order, palette.empty() ? nullptr : palette.data(),
-                                       perspective, nullptr, 0, callbacks);
+    if (onlyInit) return V_InitBitmap(pair.Of(side), layout, shape.width, shape.height, shape.bits);
+    return V_CreateBitmap(pair.Of(side), layout, side == kSubject ? request : 1u, shape.width, shape.height, shape.bits,
+                          order, palette.empty() ? nullptr : palette.data(), perspective, nullptr, 0);
   });
   if (status == 1) AttachUserData(input, world, pair);
   if (!pair.Has(V_FlagAllocated) || input.OneIn(3)) return;
   Bytes data(pair.Bytes());
   Fill(input, data);
   pair.Both(Failure::kPart, [&](Side side) { return V_PutBitmapRow(pair.Of(side), data.data(), 0, data.size()); });
-}
-
-// A movable block of the caller's, as a host may put it into a record.
-void CreateMovable(Input& input, World&, Pair& pair, Pair&) {
-  const Shape shape(input, V_MemoryConventional);
-  constexpr uint64_t kOffset = 24;
-  pair.Make(V_BITMAPHANDLE_SIZE, 0, [&](Side side) -> int32_t {
-    BITMAPHANDLE* bitmap = pair.Of(side);
-    const int32_t status = V_InitBitmap(bitmap, V_BITMAPHANDLE_SIZE, shape.width, shape.height, shape.bits);
-    if (status != 1) return status;
-    if (bitmap->Size64 == 0 || bitmap->Size64 > kLargest * 2) return V_StatusInvalidRange;
-    if (side == kTwin) return V_AllocateBitmap(bitmap, V_MemoryConventional);
-    bitmap->Addr.Windows.hMemory = V_SysAllocBlock(bitmap->Size64 + kOffset);
-    if (!bitmap->Addr.Windows.hMemory) return V_StatusInvalidParameter;
-    bitmap->DataOffset = kOffset;
-    bitmap->Flags |= V_FlagAllocated | V_FlagConventionalMemory | V_FlagGlobal;
-    return 1;
-  });
 }
 
 void Allocate(Input& input, World& world, Pair& pair, Pair&) {
@@ -191,7 +163,7 @@ void MoveRows(Input& input, World&, Pair& pair, Pair&) {
 }
 
 void PutSegments(Input& input, World&, Pair& pair, Pair&) {
-  const int32_t row = Row(input, pair), width = pair.Get()->Width;
+  const int32_t row = input.Hostile(pair.Get()->Height), width = pair.Get()->Width;
   if (width > kWidest) return;
   std::vector<BITMAPROWSEGMENT> segments(1 + input.Below(3));
   Bytes data[3];
@@ -215,7 +187,7 @@ struct Stretch {
   int32_t row, column;
   uint64_t pixels, rest;  // asked for; really there
   bool whole;
-  Stretch(Input& input, Pair& pair) : row(Row(input, pair)), column(0), whole(input.OneIn(2)) {
+  Stretch(Input& input, Pair& pair) : row(input.Hostile(pair.Get()->Height)), column(0), whole(input.OneIn(2)) {
     const int32_t width = pair.Get()->Width <= kWidest ? int32_t{pair.Get()->Width} : 0;
     if (!whole) column = input.Hostile(width);
     rest = column >= 0 && column < width ? static_cast<uint64_t>(width - column) : 0;
@@ -281,24 +253,6 @@ void GetRecord(Input& input, World&, Pair& pair, Pair&) {
   Check(got < 0 || expanded[0] == expanded[1], "the pixels of a record");
 }
 
-void UsePixel(Input& input, World&, Pair& pair, Pair&) {
-  const int32_t longer = std::max<int32_t>(pair.Get()->Height, pair.Get()->Width);
-  const int32_t row = input.Hostile(longer), column = input.Hostile(longer);
-  const uint32_t kind = input.Below(4), color = input.Number<uint32_t>() & (input.OneIn(3) ? ~0u : 0xFFFFFF);
-  Bytes value(input.OneIn(6) ? input.Below(10) : 8);
-  Fill(input, value);
-  Bytes data[2] = {value, value};
-  uint32_t colors[2] = {};
-  const int64_t got = pair.Both(Failure::kUndoneUnlessRefused, [&](Side side) {
-    BITMAPHANDLE* bitmap = pair.Of(side);
-    if (kind == 0) return V_PutPixelColor(bitmap, row, column, color);
-    if (kind == 1) return V_GetPixelColor(bitmap, row, column, &colors[side]);
-    if (kind == 2) return V_PutPixelData(bitmap, data[side].data(), row, column, value.size());
-    return V_GetPixelData(bitmap, data[side].data(), row, column, value.size());
-  });
-  Check(got < 0 || (data[0] == data[1] && colors[0] == colors[1]), "a pixel's value");
-}
-
 void ChangeHeight(Input& input, World&, Pair& pair, Pair&) {
   const int32_t old = std::max<int32_t>(pair.Get()->Height, 1), close = From1(input, static_cast<uint32_t>(old) + 40);
   const int32_t height = input.OneIn(4) ? input.Hostile(input.OneIn(2) ? 70000 : 250) : close;
@@ -316,29 +270,7 @@ void Access(Input& input, World&, Pair& pair, Pair&) {
   V_IntAccessBitmap(pair.Get(), input.OneIn(4) ? nullptr : &locked);
   V_IntReleaseBitmap(pair.Get(), locked, input.Hostile(2));
   if (pair.Get()->uStructSize != V_BITMAPHANDLE_SIZE) return;
-  // Without its lock a movable block has no address: it is not released more often than accessed.
-  for (uint32_t i = input.Below(3); i > 0; --i)
-    if (pair.Get()->nLockCount > 0 || !pair.Has(V_FlagGlobal)) V_ReleaseBitmap(pair.Get());
-}
-
-void SetCallbacks(Input& input, World& world, Pair& pair, Pair&) {
-  BITMAPHANDLEDATACALLBACKS table = world.host.Table(), out;
-  if (input.OneIn(8)) table.uStructSize = input.Number<uint32_t>();
-  const bool sets = !input.OneIn(3);
-  const int32_t status = V_SetBitmapDataCallbacks(pair.Get(), sets ? &table : nullptr);
-  Check(V_GetBitmapDataCallbacks(pair.Get(), &out) == 1 && out.uStructSize == sizeof out, "reading callbacks");
-  Check(status != 1 || (out.AccessBitmap != nullptr) == sets, "the callbacks that were set");
-}
-
-void ChangePalette(Input& input, World&, Pair& pair, Pair& other) {
-  const bool copies = input.OneIn(3);
-  const uint32_t colors = input.OneIn(6) ? input.Number<uint32_t>() : input.Below(257);
-  std::vector<RGBQUAD> palette(std::min<uint32_t>(colors, 256));
-  for (RGBQUAD& entry : palette) entry.rgbRed = input.Byte();
-  pair.Both(Failure::kNothing, [&](Side side) {
-    return copies ? V_CopyBitmapPalette(pair.Of(side), other.Of(side))
-                  : V_SetBitmapNewPalette(pair.Of(side), palette.data(), colors);
-  });
+  for (uint32_t i = input.Below(3); i > 0; --i) V_ReleaseBitmap(pair.Get());
 }
 
 void UseOverlay(Input& input, World&, Pair& pair, Pair& other) {
@@ -376,30 +308,24 @@ void MoveStorage(Input& input, World&, Pair& pair, Pair&) {
     const uint32_t changed = side == kSubject ? which : which & ~uint32_t{V_MemorySettingType};
     return V_SetBitmapMemoryInfo(pair.Of(side), asked, tileSize, inMemory, viewSize, changed);
   };
+  // Without a file there is no place for tiles that may not be in memory.
+  const bool was = std::exchange(limited, limited || (request & V_MemoryNoDisk) != 0);
   pair.Both(Failure::kNothing, set, request);
+  limited = was;
 }
 
 // --- two bitmaps ---
-
-void Compare(Input& input, World&, Pair& pair, Pair& other) {
-  const size_t room = input.Below(200);
-  const std::unique_ptr<char[]> text(new char[room]());
-  const int32_t status = V_CompareBitmapHandles(pair.Get(), other.Get(), text.get(), room);
-  Check(room == 0 || std::memchr(text.get(), 0, room), "an unended text");
-  Check(status != 1 || room == 0 || text[0] == 0, "a line without a difference");
-}
 
 void CopyData(Input&, World&, Pair& dst, Pair& src) {
   dst.Both(Failure::kPart, [&](Side side) { return V_CopyBitmapData(dst.Of(side), src.Of(side)); });
 }
 
-void Copy(Input& input, World& world, Pair& dst, Pair& src) {
+void Copy(Input& input, World&, Pair& dst, Pair& src) {
   const uint32_t kind = input.Below(4), layout = Layout(input), request = Request(input);
   const uint32_t structSize = input.OneIn(32) ? input.Byte() : layout;
   const int32_t left = input.Hostile(src.Get()->Width), width = input.Hostile(src.Get()->Width);
   const int32_t top = input.Hostile(src.Get()->Height), height = input.Hostile(src.Get()->Height);
   const Shape shape(input, request);
-  world.host.handsOn = layout == V_BITMAPHANDLE_SIZE && input.OneIn(2);
   const auto rectangle = [&](BITMAPHANDLE* to, Side side) {
     return V_CopyBitmapRect2(to, src.Of(side), structSize, left, top, width, height,
                              side == kSubject ? request : uint32_t{V_MemoryConventional});
@@ -416,7 +342,6 @@ void Copy(Input& input, World& world, Pair& dst, Pair& src) {
       return V_CopyBitmap2(dst.Of(side), src.Of(side), structSize, side == kSubject ? request : 1u);
     });
   }
-  world.host.handsOn = false;
 }
 
 // --- lists ---
@@ -533,12 +458,10 @@ void Free(Input&, World&, Pair& pair, Pair&) { pair.Free(); }
 
 // The frequent ones are those that build up or change much.
 constexpr void (*kCalls[])(Input&, World&, Pair&, Pair&) = {
-    Create,      Create,       Create,        Create,     Create,       CreateMovable,  Allocate,
-    MoveRows,    MoveRows,     MoveRows,      MoveRows,   PutSegments,  PutSegments,    PutRecord,
-    PutRecord,   GetRecord,    UsePixel,      UsePixel,   ChangeHeight, ChangeHeight,   ChangeHeight,
-    Access,      SetCallbacks, ChangePalette, UseOverlay, UseOverlay,   MoveStorage,    MoveStorage,
-    MoveStorage, Compare,      CopyData,      CopyData,   Copy,         Copy,           Copy,
-    UseList,     UseList,      UseList,       UseList,    UseList,      ChangeSettings, Free};
+    Create,   Create,     Create,      Create,      Create,    Create,      Allocate,    MoveRows,       MoveRows,
+    MoveRows, MoveRows,   PutSegments, PutSegments, PutRecord, PutRecord,   GetRecord,   ChangeHeight,   ChangeHeight,
+    Access,   UseOverlay, UseOverlay,  CopyData,    CopyData,  MoveStorage, MoveStorage, MoveStorage,    Copy,
+    Copy,     Copy,       UseList,     UseList,     UseList,   UseList,     UseList,     ChangeSettings, Free};
 
 void Step(Input& input, World& world) {
   const uint8_t which = input.Byte();

@@ -2,7 +2,7 @@
 // statuses, outputs, attributes and bytes must agree.
 //
 // The subject may be in any storage, under any setting, and something may go wrong during its call: a platform call
-// fails, or a host or a progress callback refuses. The twin's call is never disturbed. The unit tests hold plain
+// fails, or a progress callback refuses. The twin's call is never disturbed. The unit tests hold plain
 // memory to a model of bytes; that is why it can be the measure here.
 #ifndef VEXAKRN_FUZZ_TWIN_H
 #define VEXAKRN_FUZZ_TWIN_H
@@ -28,17 +28,14 @@ constexpr uint64_t kLargest = 1 << 19;  // bytes of data that a bitmap may reall
 constexpr int32_t kRefusal = -5001;
 
 struct Trouble {
-  uint32_t hostCalls = 0, steps = 0;  // up to the one that is refused; 0 for none
-  int32_t begunCopies = 0;            // of which the end was not heard
+  uint32_t steps = 0;  // up to the one that is refused; 0 for none
   bool refused = false;
 
-  bool Refuses(uint32_t& countdown) {
-    if (countdown == 0 || --countdown > 0) return false;
-    return refused = true;
-  }
   static int32_t V_CALL OnStep(int32_t, void* self) {
     auto& trouble = *static_cast<Trouble*>(self);
-    return trouble.Refuses(trouble.steps) ? kRefusal : 1;
+    if (trouble.steps == 0 || --trouble.steps > 0) return 1;
+    trouble.refused = true;
+    return kRefusal;
   }
 };
 inline Trouble trouble;
@@ -50,7 +47,6 @@ inline void Arm(Input& input) {
   platform::FailCall(0, false);
   const uint32_t choice = input.Below(16);
   if (choice < 3) platform::FailCall(1 + input.Below(choice < 2 ? 2 : 30), input.OneIn(2));
-  if (choice == 3) trouble.hostCalls = 1 + input.Below(6);
   if (choice == 4 || choice == 5) trouble.steps = 1 + input.Below(choice == 4 ? 8 : 120);
   V_SetCopyStatusCallBack(trouble.steps > 0 ? Trouble::OnStep : nullptr, &trouble, nullptr, nullptr);
 }
@@ -60,8 +56,7 @@ inline bool Disarm() {
   const bool failed = vexakrn::platform::HasFailed();
   vexakrn::platform::FailCall(0, false);
   V_SetCopyStatusCallBack(nullptr, nullptr, nullptr, nullptr);
-  trouble.hostCalls = trouble.steps = 0;
-  Check(trouble.begunCopies == 0, "a copy that began has ended once");
+  trouble.steps = 0;
   return trouble.refused || failed;
 }
 
@@ -89,36 +84,6 @@ class Quiet {
   int64_t conventional_ = 0, tile_ = 0;
   uint32_t type_ = 0;
   uint64_t limit_ = 0;
-};
-
-// A host that leaves everything to the engine, when it does not refuse, and may give its callbacks to copies.
-struct Host {
-  bool handsOn = false;
-
-  BITMAPHANDLEDATACALLBACKS Table() {
-    return {sizeof(BITMAPHANDLEDATACALLBACKS), this, Allocate, nullptr, Begin, End, Use, Use, Move, MoveBack, nullptr};
-  }
-
- private:
-  static int32_t Answer() { return trouble.Refuses(trouble.hostCalls) ? kRefusal : 1; }
-  static uint64_t AnswerToRow() { return Answer() == 1 ? 0 : static_cast<uint64_t>(int64_t{kRefusal}); }
-  static int32_t V_CALL Allocate(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void*) { return Answer(); }
-  static int32_t V_CALL Use(BITMAPHANDLE*, void*) { return Answer(); }
-  static uint64_t V_CALL Move(BITMAPHANDLE*, void*, int32_t, int32_t, uint64_t, void*) { return AnswerToRow(); }
-  static uint64_t V_CALL MoveBack(BITMAPHANDLE*, const void*, int32_t, int32_t, uint64_t, void*) {
-    return AnswerToRow();
-  }
-  static int32_t V_CALL Begin(BITMAPHANDLE*, uint32_t, ALLOCATEBITMAPCALLBACKDATA*, BITMAPHANDLEDATACALLBACKS* own,
-                              void* host) {
-    if (Answer() != 1) return kRefusal;
-    ++trouble.begunCopies;
-    if (static_cast<Host*>(host)->handsOn) *own = static_cast<Host*>(host)->Table();
-    return 1;
-  }
-  static int32_t V_CALL End(BITMAPHANDLE*, uint32_t, void*) {
-    --trouble.begunCopies;
-    return Answer();
-  }
 };
 
 // Runs a row call with the data accessed; a negative status of the access instead.
@@ -174,7 +139,6 @@ class Pair {
   BITMAPHANDLE* Of(Side side) { return side == kTwin ? &twin_ : reinterpret_cast<BITMAPHANDLE*>(record_.get()); }
   BITMAPHANDLE* Get() { return Of(kSubject); }
   bool Has(uint32_t flag) { return (Get()->Flags & flag) != 0; }
-  bool HasCallbacks() { return Get()->uStructSize == V_BITMAPHANDLE_SIZE && Get()->DataCallbacks; }
   uint64_t Bytes() {
     return uint64_t{Get()->BytesPerLine} * static_cast<uint64_t>(std::max(int32_t{Get()->Height}, 0));
   }

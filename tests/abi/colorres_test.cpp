@@ -1,9 +1,4 @@
 // Whole bitmaps to another depth: the pixels against those of the line functions, palettes, records, failures.
-#include <gtest/gtest.h>
-
-#include <set>
-#include <tuple>
-
 #include "support/nearestentry.h"
 #include "support/testing.h"
 
@@ -17,21 +12,23 @@ using Palette = std::vector<RGBQUAD>;
 
 Palette PaletteOf(BITMAPHANDLE* bitmap) { return {bitmap->pPalette, bitmap->pPalette + bitmap->nColors}; }
 
-auto Components(const RGBQUAD& entry) { return std::tuple(entry.rgbRed, entry.rgbGreen, entry.rgbBlue); }
+using Components = std::tuple<uint8_t, uint8_t, uint8_t>;
+std::vector<Components> ColorsOf(const Palette& palette, bool sorted = false) {
+  std::vector<Components> colors;
+  for (const RGBQUAD& entry : palette) colors.emplace_back(entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
+  if (sorted) std::sort(colors.begin(), colors.end());
+  return colors;
+}
 
-bool SameColors(const Palette& a, const Palette& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](const RGBQUAD& x, const RGBQUAD& y) { return Components(x) == Components(y); });
+Pixels Padded(BITMAPHANDLE* bitmap, Pixels pixels) {
+  for (size_t row = 0; row < kHeight; ++row)
+    V_PadPixelData(pixels.data() + row * bitmap->BytesPerLine, kWidth, bitmap->BitsPerPixel, bitmap->BytesPerLine);
+  return pixels;
 }
 
 // Random rows with zeros behind the last pixel.
 Pixels Picture(BITMAPHANDLE* bitmap, uint64_t seed) {
-  Pixels pixels = Random(seed).Bytes(size_t{bitmap->BytesPerLine} * kHeight);
-  for (size_t row = 0; row < kHeight; ++row)
-    EXPECT_EQ(
-        V_PadPixelData(pixels.data() + row * bitmap->BytesPerLine, kWidth, bitmap->BitsPerPixel, bitmap->BytesPerLine),
-        1);
-  return pixels;
+  return Padded(bitmap, Random(seed).Bytes(size_t{bitmap->BytesPerLine} * kHeight));
 }
 
 // The result's rows as the line functions make them from the same source.
@@ -65,13 +62,6 @@ Pixels ByLines(BITMAPHANDLE* source, BITMAPHANDLE* result) {
   return expected;
 }
 
-Pixels Padded(BITMAPHANDLE* bitmap) {
-  Pixels pixels = ReadPixels(bitmap);
-  for (size_t row = 0; row < kHeight; ++row)
-    V_PadPixelData(pixels.data() + row * bitmap->BytesPerLine, kWidth, bitmap->BitsPerPixel, bitmap->BytesPerLine);
-  return pixels;
-}
-
 TEST(ColorRes, EveryStorageGivesThePixelsOfTheLineFunctions) {
   for (const StorageKind& kind : kStorageKinds)
     for (const uint32_t layout : kLayouts) {
@@ -79,8 +69,7 @@ TEST(ColorRes, EveryStorageGivesThePixelsOfTheLineFunctions) {
       for (const int32_t from : {1, 8, 16, 24, 64})
         for (const int32_t to : {1, 3, 8, 12, 16, 24, 32, 48}) {
           if (!kind.Holds(from)) continue;
-          const std::string name = std::string(kind.name) + " " + std::to_string(from) + " to " + std::to_string(to);
-          SCOPED_TRACE(name);
+          SCOPED_TRACE(testing::Message() << kind.name << " " << from << " to " << to);
           AccountBalance balance;
           StoredBitmap source(kind, layout, kWidth, kHeight, from, from > 8 ? V_OrderBgr : V_OrderRgb);
           ASSERT_EQ(source.Status(), 1);
@@ -91,10 +80,10 @@ TEST(ColorRes, EveryStorageGivesThePixelsOfTheLineFunctions) {
           ASSERT_EQ(V_ColorResBitmap(source, apart, layout, to, 0, nullptr, nullptr, 0), 1);
           EXPECT_EQ(source.Record().Snapshot(), record);
           const Pixels expected = ByLines(source, apart);
-          EXPECT_EQ(Padded(apart), expected);
+          EXPECT_EQ(Padded(apart, ReadPixels(apart)), expected);
           ASSERT_EQ(V_ColorResBitmap(source, nullptr, 0, to, V_ColorResFixedPalette, nullptr, nullptr, 0), 1);
           EXPECT_EQ(Field(source->BitsPerPixel), to);
-          EXPECT_EQ(Padded(source), expected);
+          EXPECT_EQ(Padded(source, ReadPixels(source)), expected);
         }
     }
 }
@@ -146,7 +135,7 @@ TEST(ColorRes, SlowMatchFindsTheNearestEntryOfEachPixel) {
     ASSERT_EQ(V_ColorResBitmap(picture.bitmap, result, kCurrentLayout, bits, V_ColorResUsePalette | V_ColorResSlowMatch,
                                palette.data(), nullptr, static_cast<int32_t>(colors)),
               1);
-    EXPECT_TRUE(SameColors(PaletteOf(result), palette));
+    EXPECT_EQ(ColorsOf(PaletteOf(result)), ColorsOf(palette));
     const Pixels pixels = ReadPixels(result);
     for (size_t y = 0; y < kHeight; ++y)
       for (size_t x = 0; x < kWidth; ++x) {
@@ -162,10 +151,7 @@ TEST(ColorRes, OptimizedPalettes) {
   const Palette colors = Scattered(200);
   ColorPicture few(colors);
   ASSERT_EQ(V_ColorResBitmap(few.bitmap, nullptr, 0, 8, V_ColorResOptimized, nullptr, nullptr, 0), 1);
-  std::set<std::tuple<uint8_t, uint8_t, uint8_t>> wanted, got;
-  for (const RGBQUAD& c : colors) wanted.insert(Components(c));
-  for (const RGBQUAD& c : PaletteOf(few.bitmap)) got.insert(Components(c));
-  EXPECT_EQ(got, wanted);
+  EXPECT_EQ(ColorsOf(PaletteOf(few.bitmap), true), ColorsOf(colors, true));
 
   const auto error = [](uint32_t options) {
     ColorPicture picture;
@@ -192,9 +178,9 @@ TEST(ColorRes, OptimizedPalettes) {
   ASSERT_EQ(V_ColorResBitmap(picture.bitmap, nullptr, 0, 4, V_ColorResOptimized | V_ColorResFavorPureColors, nullptr,
                              nullptr, 0),
             1);
-  std::set<std::tuple<uint8_t, uint8_t, uint8_t>> kept;
-  for (const RGBQUAD& c : PaletteOf(picture.bitmap)) kept.insert(Components(c));
-  EXPECT_TRUE(kept.count({255, 0, 0}) && kept.count({255, 255, 255}));
+  const std::vector<Components> kept = ColorsOf(PaletteOf(picture.bitmap));
+  for (const Components& color : {Components{255, 0, 0}, {255, 255, 255}})
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), color), 1);
 }
 
 // One row of more pixels than are counted: white, but for a few colours in the end.
@@ -209,7 +195,8 @@ TEST(ColorRes, TheCommonColorOfAVastPictureIsKept) {
   ASSERT_EQ(V_ColorResBitmap(bitmap, result, kCurrentLayout, 4, V_ColorResOptimized | V_ColorResSlowMatch, nullptr,
                              nullptr, 16),
             1);
-  EXPECT_EQ(Components(result->pPalette[result->Addr.Windows.pData[0] >> 4]), Components({255, 255, 255, 0}));
+  const RGBQUAD& first = result->pPalette[result->Addr.Windows.pData[0] >> 4];
+  EXPECT_EQ(first.rgbRed & first.rgbGreen & first.rgbBlue, 255);
 }
 
 TEST(ColorRes, TheRecordFollowsTheNewFormat) {
@@ -289,41 +276,24 @@ TEST(ColorRes, RefusesWithoutAChange) {
 
 // Refuses at the k-th call.
 struct Refusal {
-  int32_t left;
+  explicit Refusal(int32_t k) : left(k) { V_SetStatusCallBack(&Call, this, nullptr, nullptr); }
+  ~Refusal() { V_SetStatusCallBack(nullptr, nullptr, nullptr, nullptr); }
+  Refusal(const Refusal&) = delete;
+  Refusal& operator=(const Refusal&) = delete;
   static int32_t V_CALL Call(int32_t, void* self) { return --static_cast<Refusal*>(self)->left == 0 ? -100 : 1; }
+  int32_t left;
 };
 
 TEST(ColorRes, ACancelledCallChangesNothing) {
-  HBITMAPLIST list = nullptr;
-  ASSERT_EQ(V_CreateBitmapList(&list), 1);
-  for (const uint64_t seed : {1u, 2u, 3u}) {
-    ColorPicture picture(seed);
-    ASSERT_EQ(V_InsertBitmapListItem(list, V_LIST_END, picture.bitmap), 1);
-    picture.bitmap->Flags = 0, picture.bitmap->Addr = {};  // the list has the storage now
-  }
-  const auto items = [&] {
-    std::vector<std::pair<int32_t, Pixels>> found;
-    for (uint32_t i = 0; i < 3; ++i) {
-      BITMAPHANDLE item;
-      EXPECT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
-      found.emplace_back(item.BitsPerPixel, ReadPixels(&item));
-    }
-    return found;
-  };
-  const auto before = items();
-  int32_t refused = 0;
-  for (int32_t k = 1;; k += 13) {
+  int32_t status = 0, refused = 0;
+  for (int32_t k = 1; status != 1; k += 13) {
     AccountBalance balance;
     ColorPicture picture;
     const Pixels pixels = ReadPixels(picture.bitmap), record = picture.bitmap.Snapshot();
-    Refusal one = {k}, all = {k};
-    V_SetStatusCallBack(&Refusal::Call, &one, nullptr, nullptr);
-    const int32_t status = V_ColorResBitmap(picture.bitmap, nullptr, 0, 8, 0, nullptr, nullptr, 0);
-    V_SetStatusCallBack(&Refusal::Call, &all, nullptr, nullptr);
-    const int32_t listStatus = status == 1 ? -100 : V_ColorResBitmapListExt(list, 8, 2, nullptr, nullptr, 16);
-    V_SetStatusCallBack(nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(listStatus, -100);
-    EXPECT_EQ(items(), before);
+    {
+      const Refusal refusal(k);
+      status = V_ColorResBitmap(picture.bitmap, nullptr, 0, 8, 0, nullptr, nullptr, 0);
+    }
     if (status == 1) break;
     ++refused;
     EXPECT_EQ(status, -100);
@@ -331,25 +301,42 @@ TEST(ColorRes, ACancelledCallChangesNothing) {
     EXPECT_EQ(ReadPixels(picture.bitmap), pixels);
   }
   EXPECT_EQ(refused, 6);  // 71 calls: before the first row, and for each
+}
 
-  BITMAPHANDLE first;
+TEST(ColorRes, ListsChangeAsAWholeAndKeepTheirOverlays) {
+  HBITMAPLIST list = nullptr;
+  ASSERT_EQ(V_CreateBitmapList(&list), 1);
   Bitmap small;
   ASSERT_EQ(small.Create(V_MemoryConventional, 2, 2, 1), 1);
   BITMAPOVERLAY overlay = {sizeof overlay, 3, 4, 0, small};
-  ASSERT_EQ(V_GetBitmapListItem(list, 0, &first, kCurrentLayout), 1);
-  ASSERT_EQ(V_SetBitmapOverlay(&first, 2, &overlay), 1);
-  ASSERT_EQ(V_SetBitmapListItem(list, 0, &first), 1);
+  for (const uint64_t seed : {1u, 2u, 3u}) {
+    ColorPicture picture(seed);
+    ASSERT_EQ(V_SetBitmapOverlay(picture.bitmap, 2, &overlay), 1);
+    ASSERT_EQ(V_InsertBitmapListItem(list, V_LIST_END, picture.bitmap), 1);
+    ASSERT_EQ(picture.bitmap.Init(1, 1, 1), 1);  // the list has the storage now
+  }
+  const auto items = [&] {
+    std::vector<std::tuple<int32_t, Pixels, std::vector<Components>>> found;
+    for (uint32_t i = 0; i < 3; ++i) {
+      BITMAPHANDLE item;
+      EXPECT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
+      overlay.y = 0;
+      EXPECT_TRUE(V_GetBitmapOverlay(&item, 2, &overlay) == 1 && overlay.y == 4);
+      found.emplace_back(item.BitsPerPixel, ReadPixels(&item), ColorsOf(PaletteOf(&item)));
+    }
+    return found;
+  };
+  const auto before = items();
+  for (const int32_t k : {1, 14, 60, 90}) {
+    const Refusal refusal(k);
+    EXPECT_EQ(V_ColorResBitmapListExt(list, 8, 2, nullptr, nullptr, 16), -100) << k;
+    EXPECT_EQ(items(), before);
+  }
   ASSERT_EQ(V_ColorResBitmapListExt(list, 8, V_ColorResOptimized, nullptr, nullptr, 16), 1);
-  ASSERT_EQ(V_GetBitmapListItem(list, 0, &first, kCurrentLayout), 1);
-  EXPECT_EQ(V_GetBitmapOverlay(&first, 2, &overlay), 1);
-  EXPECT_EQ(overlay.y, 4) << "overlays stay";
-  Palette common;
-  for (uint32_t i = 0; i < 3; ++i) {
-    BITMAPHANDLE item;
-    ASSERT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
-    EXPECT_EQ(Field(item.BitsPerPixel), 8);
-    if (common.empty()) common = PaletteOf(&item);
-    EXPECT_TRUE(SameColors(PaletteOf(&item), common)) << "one palette for all";
+  const auto after = items();
+  for (const auto& [bits, pixels, colors] : after) {
+    EXPECT_EQ(bits, 8);
+    EXPECT_EQ(colors, std::get<2>(after[0])) << "one palette for all";
   }
   EXPECT_EQ(V_ColorResBitmapListExt(list, 9, 0, nullptr, nullptr, 0), -27);
   EXPECT_EQ(V_ColorResBitmapListExt(nullptr, 8, 0, nullptr, nullptr, 0), -13);

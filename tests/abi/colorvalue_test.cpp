@@ -26,26 +26,22 @@ int32_t ModeOf(const std::vector<RGBQUAD>& entries) {
   return V_IsGrayScalePalette(entries.data(), static_cast<uint32_t>(entries.size()));
 }
 
+void GiveTable(BITMAPHANDLE* bitmap, const std::vector<RGBQUAD>& entries) {
+  V_FreeBuffer(bitmap->pLUT);
+  bitmap->pLUT = static_cast<RGBQUAD*>(V_ReallocBuffer(nullptr, entries.size() * sizeof(RGBQUAD)));
+  std::memcpy(bitmap->pLUT, entries.data(), entries.size() * sizeof(RGBQUAD));
+  bitmap->LUTLength = static_cast<uint32_t>(entries.size());
+}
+
 TEST(Grayscale, PalettesAreOrderedByEqualSteps) {
   EXPECT_EQ(V_IsGrayScalePalette(nullptr, 2), -13);
-  const std::pair<std::vector<int>, Mode> kCases[] = {{{0}, kNormal},
-                                                      {{255}, kInverse},
-                                                      {{128}, kNotOrdered},
-                                                      {{0, 255}, kNormal},
-                                                      {{255, 0}, kInverse},
-                                                      {{0, 254}, kNotOrdered},
-                                                      {{254, 0}, kNotOrdered},
-                                                      {{0, 127, 254}, kNormal},
-                                                      {{255, 128, 1}, kInverse},
-                                                      {{0, 128, 255}, kNotOrdered},
-                                                      {Ramp(256, 0, 1), kNormal},
-                                                      {Ramp(256, 255, -1), kInverse},
-                                                      {Ramp(200, 0, 1), kNormal},
-                                                      {Ramp(8, 0, 36), kNormal},
-                                                      {Ramp(300, 0, 0), kNormal},
-                                                      {Ramp(16, 255, -16), kNotOrdered}};
-  for (const auto& [levels, mode] : kCases)
-    EXPECT_EQ(ModeOf(Grays(levels)), mode) << levels.size() << " levels from " << levels[0];
+  const std::pair<Mode, std::vector<std::vector<int>>> kCases[] = {
+      {kNormal, {{0}, {0, 255}, {0, 127, 254}, Ramp(256, 0, 1), Ramp(200, 0, 1), Ramp(8, 0, 36), Ramp(300, 0, 0)}},
+      {kInverse, {{255}, {255, 0}, {255, 128, 1}, Ramp(256, 255, -1)}},
+      {kNotOrdered, {{128}, {0, 254}, {254, 0}, {0, 128, 255}, Ramp(16, 255, -16)}}};
+  for (const auto& [mode, palettes] : kCases)
+    for (const std::vector<int>& levels : palettes)
+      EXPECT_EQ(ModeOf(Grays(levels)), mode) << levels.size() << " levels from " << levels[0];
   for (const size_t component : {0u, 1u, 2u}) {
     std::vector<RGBQUAD> entries = Grays(Ramp(256, 0, 1));
     reinterpret_cast<uint8_t*>(&entries[255])[component] ^= 1;
@@ -72,10 +68,7 @@ TEST(Grayscale, BitmapsAreClassifiedByPaletteOrTable) {
   gray->Order = V_OrderGray;
   EXPECT_EQ(V_IntIsGrayScaleBitmap(gray, 0), kNormal);
   const auto withTable = [&](const std::vector<RGBQUAD>& entries) {
-    V_FreeBuffer(gray->pLUT);
-    gray->pLUT = static_cast<RGBQUAD*>(V_ReallocBuffer(nullptr, entries.size() * sizeof(RGBQUAD)));
-    std::memcpy(gray->pLUT, entries.data(), entries.size() * sizeof(RGBQUAD));
-    gray->LUTLength = static_cast<uint32_t>(entries.size());
+    GiveTable(gray, entries);
     return V_IntIsGrayScaleBitmap(gray, 0);
   };
   EXPECT_EQ(withTable(Grays({3, 3, 9, 200})), kNormal);
@@ -89,34 +82,26 @@ TEST(Grayscale, MinAndMaxStayWithTheSamples) {
   for (const uint32_t layout : kLayouts) {
     Bitmap bitmap(layout), same(layout), deeper(layout), other(layout);
     ASSERT_EQ(bitmap.Create(V_MemoryConventional, 2, 2, 12, V_OrderGray), 1);
-    int32_t min = 1, max = 1;
-    const auto get = [&](BITMAPHANDLE* from) {
-      EXPECT_EQ(V_GetBitmapMinMax(from, &min, &max), 1);
-      return std::pair(min, max);
-    };
-    EXPECT_EQ(get(bitmap), std::pair(0, 0));
     EXPECT_EQ(V_SetBitmapMinMax(bitmap, 5, 4), -13);
+    const auto expect = [](BITMAPHANDLE* of, int32_t wantMin, int32_t wantMax) {
+      int32_t min = 1, max = 1;
+      EXPECT_EQ(V_GetBitmapMinMax(of, &min, nullptr), 1);
+      EXPECT_EQ(V_GetBitmapMinMax(of, nullptr, &max), 1);
+      EXPECT_EQ(std::pair(min, max), std::pair(wantMin, wantMax));
+    };
+    expect(bitmap, 0, 0);
     ASSERT_EQ(V_SetBitmapMinMax(bitmap, -1000, 70000), 1);
-    ASSERT_EQ(V_GetBitmapMinMax(bitmap, nullptr, &max), 1);
-    EXPECT_EQ(max, 70000);
-    EXPECT_EQ(get(bitmap), std::pair(-1000, 70000));
-
     ASSERT_EQ(V_DupBitmapNewDim(same, bitmap, layout, 4, 4, 0), 1);
-    EXPECT_EQ(get(same), std::pair(-1000, 70000));
     ASSERT_EQ(V_DupBitmapNewDim(deeper, bitmap, layout, 2, 2, 16), 1);
-    EXPECT_EQ(get(deeper), std::pair(0, 0));
-
     bitmap->LowBit = 2;
     bitmap->PaintHighBit = 9;
     bitmap->Flags |= V_FlagSigned;
     ASSERT_EQ(other.Init(1, 1, 12), 1);
     ASSERT_EQ(V_CopyGrayParams(other, bitmap), 1);
-    EXPECT_EQ(get(other), std::pair(-1000, 70000));
-    EXPECT_EQ(Field(other->LowBit), 2);
-    EXPECT_EQ(Field(other->PaintHighBit), 9);
-    EXPECT_EQ(Field(other->Flags), uint32_t{V_FlagSigned});
+    EXPECT_TRUE(other->LowBit == 2 && other->PaintHighBit == 9 && other->Flags == uint32_t{V_FlagSigned});
+    for (BITMAPHANDLE* kept : {bitmap.get(), same.get(), other.get()}) expect(kept, -1000, 70000);
     V_FreeBitmap(bitmap);
-    EXPECT_EQ(get(bitmap), std::pair(0, 0));
+    for (BITMAPHANDLE* without : {bitmap.get(), deeper.get()}) expect(without, 0, 0);
   }
 }
 
@@ -137,13 +122,6 @@ struct ColorValues : testing::Test {
     EXPECT_EQ(deep.Init(1, 1, 24), 1);
     EXPECT_EQ(wide.Init(1, 1, 16), 1);
     wide->Order = V_OrderGray;
-  }
-
-  void GiveTable(const std::vector<RGBQUAD>& entries) {
-    wide->pLUT = static_cast<RGBQUAD*>(V_ReallocBuffer(nullptr, entries.size() * sizeof(RGBQUAD)));
-    std::memcpy(wide->pLUT, entries.data(), entries.size() * sizeof(RGBQUAD));
-    wide->LUTLength = static_cast<uint32_t>(entries.size());
-    wide->Flags |= V_FlagUseLUT;
   }
 
   Bitmap four, three, bare, deep, wide;
@@ -185,18 +163,19 @@ TEST_F(ColorValues, AreTranslatedBetweenBitmaps) {
 }
 
 TEST_F(ColorValues, OfGrayBitmapsGoThroughTheTableInUse) {
-  GiveTable(Grays({0, 100, 200, 100}));
+  GiveTable(wide, Grays({0, 100, 200, 100}));
+  wide->Flags |= V_FlagUseLUT;
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0xC000), kIndex | 2);
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0x6300), kIndex | 3) << "the later of equals, both are gray";
   EXPECT_EQ(V_GetTrueColorValue(wide, kGray | 0xC000), 0xC8C8C8u);
   EXPECT_EQ(V_GetTrueColorValue(wide, kIndex | 1), 0u) << "no palette, no colour";
   wide->Flags &= ~uint32_t{V_FlagUseLUT};
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0xC000), 0xC0C0C0u) << "not in use";
-  V_FreeBuffer(wide->pLUT);
+  wide->Flags |= V_FlagUseLUT;
   std::vector<RGBQUAD> entries(65536, RGBQUAD{0, 0, 0, 0});
   entries[65534] = {99, 99, 99, 0};
   entries[65535] = {100, 100, 100, 0};
-  GiveTable(entries);
+  GiveTable(wide, entries);
   EXPECT_EQ(V_TranslateBitmapColor(wide, nullptr, kGray | 0x6400), kIndex | 65534) << "the last one cannot be named";
 }
 

@@ -1,4 +1,4 @@
-// Copies between all kinds of storage: rows, whole bitmaps, rectangles, and a bitmap's move into other storage.
+// Copies between all kinds of storage: rows, whole bitmaps, rectangles, overlays, and a bitmap's move into other storage.
 #include "support/testing.h"
 
 namespace vexatest {
@@ -49,8 +49,7 @@ struct Report {
 class CopyKinds : public testing::TestWithParam<StorageKind> {
   AccountBalance balance_;
 };
-INSTANTIATE_TEST_SUITE_P(All, CopyKinds, testing::ValuesIn(kStorageKinds),
-                         [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, CopyKinds, testing::ValuesIn(kStorageKinds), testing::PrintToStringParamName());
 
 TEST_P(CopyKinds, RectanglesHoldTheirPixelsAndNothingElse) {
   for (const int32_t bits : kDepths) {
@@ -79,27 +78,24 @@ TEST_P(CopyKinds, RectanglesHoldTheirPixelsAndNothingElse) {
 
 // What a move into other storage was asked for is what is reported afterwards, and no other.
 TEST(Move, GivesTheStorageThatWasAskedFor) {
-  AccountBalance balance;
-  for (const uint32_t layout : kLayouts)
-    for (const uint32_t memory : {1u, 4u, 128u, 512u, 1024u, 9u, 265u}) {
-      SCOPED_TRACE(testing::Message() << "to " << memory << ", layout " << layout);
-      Source source(kConventionalKind, layout, memory == V_MemoryCompressed ? 1 : 8);
-      ASSERT_EQ(V_SetBitmapMemoryInfo(source, memory, 24, 2, 0, 7), 1);
-      uint32_t type = 0;
-      int64_t tileSize = 0;
-      int32_t inMemory = 0;
-      ASSERT_EQ(V_GetBitmapMemoryInfo(source, &type, &tileSize, nullptr, &inMemory, nullptr), 1);
-      EXPECT_EQ(type, memory == 9 || memory == 265 ? 1u : memory);
-      EXPECT_EQ(tileSize, type == V_MemoryTiled ? 24 : 0);
-      EXPECT_EQ(inMemory, type == V_MemoryTiled ? 2 : 0);
-      EXPECT_EQ(ReadPixels(source), source.pixels);
-      const auto record = source.Record().Snapshot();
-      EXPECT_EQ(V_SetBitmapMemoryInfo(source, type, 24, 2, 0, 7), 1) << "nothing changes";
-      EXPECT_EQ(V_SetBitmapMemoryInfo(source, 99, 0, 0, 0, 1), -13);
-      EXPECT_EQ(V_SetBitmapMemoryInfo(source, V_MemoryUser, 0, 0, 0, 1), -13);
-      EXPECT_EQ(V_SetBitmapMemoryInfo(source, 0, 0, -101, 0, V_MemorySettingConventionalTiles), -13);
-      EXPECT_EQ(source.Record().Snapshot(), record);
-    }
+  for (const uint32_t memory : {1u, 4u, 128u, 512u, 1024u, 9u, 265u}) {
+    SCOPED_TRACE(memory);
+    Source source(kConventionalKind, kCurrentLayout, memory == V_MemoryCompressed ? 1 : 8);
+    ASSERT_EQ(V_SetBitmapMemoryInfo(source, memory, 24, 2, 0, 7), 1);
+    uint32_t type = 0;
+    int64_t tileSize = 0;
+    int32_t inMemory = 0;
+    ASSERT_EQ(V_GetBitmapMemoryInfo(source, &type, &tileSize, nullptr, &inMemory, nullptr), 1);
+    EXPECT_EQ(type, memory == 9 || memory == 265 ? 1u : memory);
+    EXPECT_EQ(std::pair(tileSize, inMemory),
+              type == V_MemoryTiled ? std::pair(int64_t{24}, 2) : std::pair(int64_t{0}, 0));
+    const auto record = source.Record().Snapshot();
+    EXPECT_EQ(V_SetBitmapMemoryInfo(source, type, 24, 2, 0, 7), 1) << "nothing changes";
+    EXPECT_EQ(V_SetBitmapMemoryInfo(source, 99, 0, 0, 0, 1), -13);
+    EXPECT_EQ(V_SetBitmapMemoryInfo(source, V_MemoryUser, 0, 0, 0, 1), -13);
+    EXPECT_EQ(V_SetBitmapMemoryInfo(source, 0, 0, -101, 0, V_MemorySettingConventionalTiles), -13);
+    EXPECT_EQ(source.Record().Snapshot(), record);
+  }
 }
 
 TEST(Copy, TakesOverlaysAlong) {
@@ -118,6 +114,36 @@ TEST(Copy, TakesOverlaysAlong) {
   EXPECT_EQ(got.x, 7);
   EXPECT_EQ(got.y, 17) << "as displayed, from the right";
   EXPECT_EQ(ReadPixels(got.pBitmap), small.pixels);
+}
+
+TEST(Overlays, SlotsHoldDeepCopies) {
+  for (const uint32_t layout : kLayouts) {
+    AccountBalance balance;
+    Bitmap bitmap(layout);
+    ASSERT_EQ(bitmap.Create(V_MemoryConventional, 20, 20, 24, V_OrderBgr), 1);
+    for (int32_t slot = 15; slot >= 0; --slot) {
+      Bitmap source(slot % 2 == 0 ? kCurrentLayout : kOlderLayout);
+      ASSERT_EQ(source.Create(slot % 3 == 0 ? V_MemoryDisk : V_MemoryConventional, 3 + slot, 5, 4), 1);
+      WritePixels(source, std::vector<uint8_t>(source->BytesPerLine * size_t{5}, static_cast<uint8_t>(slot)));
+      source->pPalette[2].rgbRed = static_cast<uint8_t>(slot);
+      const BITMAPOVERLAY overlay = {sizeof overlay, slot, -slot, 2, source};
+      ASSERT_EQ(V_SetBitmapOverlay(bitmap, slot, &overlay), 1);
+      // The caller's bitmap is freed at once.
+    }
+    EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1) << "new storage, but not of its overlays";
+    BITMAPOVERLAY got = {};
+    for (int32_t slot = 0; slot < 16; ++slot) {
+      EXPECT_EQ(V_FreeBitmapOverlay(bitmap, slot - 1), slot == 0 ? -13 : 1);
+      EXPECT_EQ(V_GetBitmapOverlay(bitmap, slot - 1, &got), slot == 0 ? -13 : -2);
+      ASSERT_EQ(V_GetBitmapOverlay(bitmap, slot, &got), 1);
+      EXPECT_TRUE(got.uStructSize == 24 && got.x == slot && got.y == -slot && got.uFlags == 2) << slot;
+      EXPECT_EQ(got.pBitmap->Width, 3 + slot);
+      EXPECT_EQ(got.pBitmap->pPalette[2].rgbRed, slot);
+      const std::vector<uint8_t> pixels = ReadPixels(got.pBitmap);
+      EXPECT_EQ(pixels, std::vector<uint8_t>(pixels.size(), static_cast<uint8_t>(slot)));
+    }
+    EXPECT_EQ(V_GetBitmapOverlay(bitmap, 16, &got), -13);
+  }
 }
 
 // Percentages of any height are those of 100 / height a row with the remainder carried; a refusal ends the copy there and is
@@ -185,32 +211,31 @@ TEST(Copy, AsksTheHostAtItsBeginningAndEnd) {
   table.EndCopyBitmapData = CopyHost::End;
   Source source(kConventionalKind, kCurrentLayout, 8);
   ASSERT_EQ(V_SetBitmapDataCallbacks(source, &table), 1);
+  constexpr uint32_t kPart = V_CopyRectangle, kDiskFlags = V_FlagAllocated | V_FlagDiskMemory;
   const struct {
     int32_t begin, end;
     uint32_t memory;
-    bool keeps;  // the host keeps the copy's data
+    HostStore* keeper;
     uint32_t layout;
     bool isPart;
     uint32_t storage;
     int32_t status;
     std::vector<uint32_t> flags;
-  } kCases[] = {{1, 1, 1, false, 284, true, kInMemory, 1, {V_CopyRectangle, 100 + V_CopyRectangle}},
-                {1, 1, V_MemoryDisk, false, 284, false, V_FlagAllocated | V_FlagDiskMemory, 1, {0, 100}},
-                {1, 1, 1, true, 284, false, V_FlagAllocated | V_FlagMirror, 1, {0, 100}},
-                {1, 1, 1, true, 228, false, 0, -789, {0, 100 + V_CopyFailed}},  // no place for the callbacks
-                {1, -55, 1, false, 284, false, 0, -55, {0, 100}},
-                {-44, 1, 1, false, 284, false, 0, -44, {0}}};  // what did not begin has no end
+  } kCases[] = {{1, 1, 1, nullptr, 284, true, kInMemory, 1, {kPart, 100 + kPart}},
+                {1, 1, V_MemoryDisk, nullptr, 284, false, kDiskFlags, 1, {0, 100}},
+                {1, 1, 1, &keeper, 284, false, V_FlagAllocated | V_FlagMirror, 1, {0, 100}},
+                {1, 1, 1, &keeper, 228, false, 0, -789, {0, 100 + V_CopyFailed}},  // no place for the callbacks
+                {1, -55, 1, nullptr, 284, false, 0, -55, {0, 100}},
+                {-44, 1, 1, nullptr, 284, false, 0, -44, {0}}};  // what did not begin has no end
   for (const auto& c : kCases) {
     SCOPED_TRACE(testing::Message() << "case " << &c - kCases);
-    host.begin = c.begin, host.end = c.end, host.memory = c.memory;
-    host.keeper = c.keeps ? &keeper : nullptr;
-    host.flags.clear();
+    host = {c.begin, c.end, c.memory, c.keeper};
     Bitmap copy(c.layout);
     EXPECT_EQ(
         c.isPart ? V_CopyBitmapRect2(copy, source, c.layout, 1, 1, 5, 5, 1) : V_CopyBitmap2(copy, source, c.layout, 1),
         c.status);
     EXPECT_EQ(copy.StorageFlags(), c.storage);
-    EXPECT_TRUE(c.layout == 228 || (copy->DataCallbacks != nullptr) == (c.status == 1 && c.keeps));
+    EXPECT_TRUE(c.layout == 228 || (copy->DataCallbacks != nullptr) == (c.status == 1 && c.keeper));
     EXPECT_EQ(host.flags, c.flags);
   }
   EXPECT_EQ(keeper.bytes, source.pixels);

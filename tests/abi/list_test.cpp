@@ -21,23 +21,6 @@ void MakeNamed(BITMAPHANDLE* bitmap, uint32_t layout, int32_t name) {
   WritePixels(bitmap, std::vector<uint8_t>(8, static_cast<uint8_t>(name)));
 }
 
-TEST(List, ItemsFromTheOlderLayoutAreWidened) {
-  Bitmap older(kOlderLayout);
-  MakeNamed(older, kOlderLayout, 9);
-  older->LUTLength16 = 0x12345678;  // private in that layout
-  const ListOf list;
-  ASSERT_EQ(V_InsertBitmapListItem(list, 5, older), 1);
-  older->Flags &= ~kStorageBits;  // the list's from here on
-  older->pPalette = nullptr;
-  BITMAPHANDLE item;
-  ASSERT_EQ(V_GetBitmapListItem(list, 0, &item, kCurrentLayout), 1);
-  EXPECT_EQ(Field(item.uStructSize), kCurrentLayout);
-  EXPECT_EQ(Field(item.Size64), 8u);
-  EXPECT_EQ(Field(item.LUTLength16), 0u);
-  const auto* tail = reinterpret_cast<const uint8_t*>(&item);
-  EXPECT_EQ(std::count(tail + 260, tail + 284, 0), 24);
-}
-
 // A record that was got from the list and changed goes back: nothing of the item is freed twice, nothing is left.
 TEST(List, AnItemCanBeChangedThroughItsRecord) {
   AccountBalance balance;
@@ -69,8 +52,20 @@ TEST(List, AnItemCanBeChangedThroughItsRecord) {
   }
 }
 
-TEST(List, TheOlderLayoutCannotCarryCallbacks) {
+TEST(List, ItemsChangeTheirLayout) {
   const ListOf list;
+  Bitmap older(kOlderLayout);
+  MakeNamed(older, kOlderLayout, 9);
+  older->LUTLength16 = 0x12345678;  // private in that layout
+  ASSERT_EQ(V_InsertBitmapListItem(list, 5, older), 1);
+  older->Flags &= ~kStorageBits;  // the list's from here on
+  older->pPalette = nullptr;
+  BITMAPHANDLE item;
+  ASSERT_EQ(V_GetBitmapListItem(list, 0, &item, kCurrentLayout), 1);
+  EXPECT_EQ(Field(item.Size64), 8u);
+  EXPECT_TRUE(item.uStructSize == kCurrentLayout && item.LUTLength16 == 0 && !item.DataCallbacks);
+
+  // Back to the older one: neither callbacks nor a size beyond it.
   BITMAPHANDLE record;
   MakeNamed(&record, kCurrentLayout, 3);
   BITMAPHANDLEDATACALLBACKS table{};
@@ -88,6 +83,12 @@ TEST(List, TheOlderLayoutCannotCarryCallbacks) {
   EXPECT_EQ(ReadPixels(out), std::vector<uint8_t>(8, 3));
   ASSERT_EQ(V_GetBitmapListItem(list, 0, &record, kCurrentLayout), 1);
   EXPECT_EQ(Field(record.DataCallbacks), nullptr);
+  // What an item has beyond the older layout stays, when a record of that layout comes back.
+  ASSERT_EQ(V_SetBitmapDataCallbacks(&record, &table), 1);
+  ASSERT_EQ(V_SetBitmapListItem(list, 0, &record), 1);
+  ASSERT_EQ(V_SetBitmapListItem(list, 0, out), 1);
+  ASSERT_EQ(V_GetBitmapListItem(list, 0, &record, kCurrentLayout), 1);
+  EXPECT_NE(Field(record.DataCallbacks), nullptr);
   out->Flags = 0;  // the list's
   out->pPalette = nullptr;
 }

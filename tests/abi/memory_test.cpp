@@ -58,69 +58,38 @@ TEST(MemoryThresholds, AreStoredInOrderUpToTheFirstRefusedOne) {
 TEST(MemoryAccount, ReservesUpToItsLimit) {
   AccountBalance balance;
   ScopedAccountLimit restore(0);
-  const uint64_t used = UsedMemory();
-  uint64_t value = 0;
-  ASSERT_EQ(V_ManageMemory(0, used + 100, nullptr), 1);
-  EXPECT_EQ(V_ManageMemory(1, 0, &value), 1);
-  EXPECT_EQ(value, used + 100);
-  EXPECT_EQ(V_ManageMemory(1, 0, nullptr), 1);
-  EXPECT_EQ(V_ManageMemory(2, 60, nullptr), 1);
-  EXPECT_EQ(V_ManageMemory(2, 60, nullptr), -1905) << "the second 60 of 100";
-  EXPECT_EQ(UsedMemory(), used + 60) << "a refused reservation takes nothing";
-  EXPECT_EQ(V_ManageMemory(5, 40, &value), 1);
-  EXPECT_EQ(value, 40u);
-  EXPECT_EQ(V_ManageMemory(5, 41, &value), -1905);
-  EXPECT_EQ(value, 40u) << "what is left is told also when it is not enough";
-  EXPECT_EQ(V_ManageMemory(5, 40, nullptr), 1);
-  EXPECT_EQ(UsedMemory(), used + 60) << "a query takes nothing";
-  EXPECT_EQ(V_ManageMemory(2, 40, nullptr), 1) << "up to the limit itself";
-  EXPECT_EQ(V_ManageMemory(5, 1, &value), -1905);
-  EXPECT_EQ(value, 1u) << "a limit that is used up is told as 1";
-  EXPECT_EQ(V_ManageMemory(2, 0, nullptr), 1);
-  EXPECT_EQ(V_ManageMemory(2, UINT64_MAX, nullptr), -1905) << "a sum that wraps is not small";
-  EXPECT_EQ(V_ManageMemory(2, UINT64_MAX - (used + 100) + 1, nullptr), -1905);
-  EXPECT_EQ(V_ManageMemory(3, 100, nullptr), 1);
-  EXPECT_EQ(UsedMemory(), used);
-
-  EXPECT_EQ(V_ManageMemory(0, 0, &value), 1);
-  EXPECT_EQ(value, used + 100) << "the old limit comes back";
-  EXPECT_EQ(V_ManageMemory(5, uint64_t{1} << 60, &value), 1);
-  EXPECT_EQ(value, static_cast<uint64_t>(INT64_MAX)) << "no limit";
-  EXPECT_EQ(V_ManageMemory(4, 0, nullptr), -814);
-  for (const int32_t operation : {-1, 6, 100}) EXPECT_EQ(V_ManageMemory(operation, 0, &value), -16) << operation;
-}
-
-// Tiles take what the account leaves them: never more, and the rows are right all the same.
-TEST(MemoryAccount, TiledBitmapsStayBelowItsLimit) {
-  AccountBalance balance;
-  ScopedThresholds thresholds;
-  constexpr uint32_t kTile = 1024;
-  thresholds.TileSize(kTile);
-  for (const uint64_t room :
-       {uint64_t{0}, uint64_t{kTile - 1}, uint64_t{kTile}, uint64_t{2 * kTile + 1}, uint64_t{5 * kTile}}) {
-    SCOPED_TRACE(testing::Message() << "room for " << room << " bytes");
-    ScopedAccountLimit limit(room);
-    const uint64_t most = UsedMemory() + std::max<uint64_t>(room, 1);
-    Bitmap bitmap;
-    ASSERT_EQ(bitmap.Create(V_MemoryTiled, 128, 37, 8), 1);
-    EXPECT_LE(UsedMemory(), most);
-    Random random(room);
-    std::vector<uint8_t> model(128 * 37);
-    Access access(bitmap);
-    for (int step = 0; step < 200; ++step) {
-      const int32_t row = random.Between(0, 36);
-      uint8_t* at = model.data() + 128 * row;
-      uint8_t got[128];
-      if (random.Coin()) {
-        random.Fill(at, 128);
-        ASSERT_EQ(V_PutBitmapRow(bitmap, at, row, 128), 128);
-      } else {
-        ASSERT_EQ(V_GetBitmapRow(bitmap, got, row, 128), 128);
-        ASSERT_EQ(memcmp(got, at, 128), 0) << "row " << row << ", step " << step;
-      }
-      ASSERT_LE(UsedMemory(), most) << "step " << step;
-    }
+  const uint64_t used = UsedMemory(), limit = used + 100;
+  const struct {
+    int32_t operation;
+    uint64_t argument;
+    int32_t status;
+    uint64_t value, usedAfter;  // the value is 7 where none is told; the use is beyond that of the start
+    const char* what;
+  } kCases[] = {{V_MemorySetLimit, limit, 1, std::max<uint64_t>(used, 1), 0, "the old limit comes back"},
+                {V_MemoryGetLimit, 0, 1, limit, 0, "the limit"},
+                {V_MemoryReserve, 60, 1, 7, 60, "room"},
+                {V_MemoryReserve, 60, -1905, 7, 60, "the second 60 of 100"},
+                {V_MemoryQuery, 40, 1, 40, 60, "a query takes nothing"},
+                {V_MemoryQuery, 41, -1905, 40, 60, "what is left is told also when it is not enough"},
+                {V_MemoryReserve, 40, 1, 7, 100, "up to the limit itself"},
+                {V_MemoryQuery, 1, -1905, 1, 100, "a limit that is used up is told as 1"},
+                {V_MemoryReserve, 0, 1, 7, 100, "nothing"},
+                {V_MemoryReserve, UINT64_MAX, -1905, 7, 100, "a sum that wraps is not small"},
+                {V_MemoryReserve, UINT64_MAX - limit + 1, -1905, 7, 100, "a sum that wraps is not small"},
+                {V_MemoryReturn, 100, 1, 7, 0, "all"},
+                {V_MemorySetLimit, 0, 1, limit, 0, "none"},
+                {V_MemoryQuery, uint64_t{1} << 60, 1, INT64_MAX, 0, "no limit"},
+                {-1, 0, -16, 7, 0, "no operation"},
+                {6, 0, -16, 7, 0, "no operation"}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.what << ", case " << &c - kCases);
+    uint64_t value = 7;
+    EXPECT_EQ(V_ManageMemory(c.operation, c.argument, &value), c.status);
+    EXPECT_EQ(value, c.value);
+    EXPECT_EQ(UsedMemory(), used + c.usedAfter);
   }
+  EXPECT_EQ(V_ManageMemory(V_MemoryGetLimit, 0, nullptr), 1);
+  EXPECT_EQ(V_ManageMemory(V_MemoryGetUsed, 0, nullptr), -814);
 }
 
 // --- what storage a bitmap got ---

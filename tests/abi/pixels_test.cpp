@@ -8,8 +8,7 @@ namespace {
 size_t PixelBytes(int32_t bits) { return bits <= 8 ? 1 : bits <= 16 ? 2 : static_cast<size_t>(bits) / 8; }
 
 class PixelStorage : public testing::TestWithParam<StorageKind> {};
-INSTANTIATE_TEST_SUITE_P(All, PixelStorage, testing::ValuesIn(kStorageKinds),
-                         [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, PixelStorage, testing::ValuesIn(kStorageKinds), testing::PrintToStringParamName());
 
 // Perspectives 1 to 4 name the corner of the first pixel with rows as rows, 5 to 8 with rows as columns.
 TEST_P(PixelStorage, RawValuesAreThoseOfTheDisplayedPosition) {

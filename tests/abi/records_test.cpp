@@ -15,8 +15,7 @@ std::vector<uint8_t> Record(const std::vector<uint16_t>& runs) {
 class RecordKinds : public testing::TestWithParam<StorageKind> {
   AccountBalance balance_;
 };
-INSTANTIATE_TEST_SUITE_P(All, RecordKinds, testing::ValuesIn(kStorageKinds),
-                         [](const auto& kind) { return std::string(kind.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, RecordKinds, testing::ValuesIn(kStorageKinds), testing::PrintToStringParamName());
 
 TEST_P(RecordKinds, MalformedRecordsAndArgumentsChangeNothing) {
   StoredBitmap stored(GetParam(), kCurrentLayout, 20, 3, 1);

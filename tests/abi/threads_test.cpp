@@ -25,32 +25,30 @@ intptr_t V_CALL OpenNothing(const char*, uint32_t, void*) { return -1; }
 TEST(Threads, SettingsStayEachThreadsOwn) {
   Together(kThreads, [](int t) {
     int own[2] = {};
+    void* data = nullptr;
+    EXPECT_EQ(V_GetStatusCallBack(nullptr), nullptr) << "not those of the first thread";
     for (int32_t i = 0; i < 1500; ++i) {
       const int32_t value = t * 100000 + i;
+      const uint32_t type = (i + t) % 2 ? V_MemoryConventional : V_MemoryDisk;
       V_SetStatusCallBack(Callback, &own[0], nullptr, nullptr);
       V_SetCopyStatusCallBack(Callback, &own[1], nullptr, nullptr);
       V_SetMemoryThresholds(value, value + 1, value + 2, value + 3, value + 4, 31);
-      V_SetDefaultMemoryType((i + t) % 2 ? V_MemoryConventional : V_MemoryDisk);
+      V_SetDefaultMemoryType(type);
       V_SetDefaultResolution(value + 5, value + 6);
       V_SetDefaultDithering((i + t) % 9);
-      void* data = &own[0];
-      V_RedirectIO(OpenNothing, nullptr, nullptr, nullptr, nullptr, data);
+      V_RedirectIO(OpenNothing, nullptr, nullptr, nullptr, nullptr, &own[0]);
       if (i % 16 == 0) std::this_thread::yield();
 
-      ASSERT_EQ(V_GetStatusCallBack(&data), &Callback);
-      ASSERT_EQ(data, &own[0]);
-      ASSERT_EQ(V_GetCopyStatusCallBack(&data), &Callback);
-      ASSERT_EQ(data, &own[1]);
       int32_t reserve = 0, fifth = 0;
-      uint32_t type = 0;
+      uint32_t gotType = 0;
       REDIRECTFUNCTIONS table;
       V_GetMemoryThresholds(&reserve, nullptr, nullptr, nullptr, &fifth);
-      V_GetDefaultMemoryType(&type);
+      V_GetDefaultMemoryType(&gotType);
       V_GetRedirectFunctions(&table);
-      ASSERT_TRUE(reserve == value && fifth == value + 4 && table.openData == &own[0]);
-      ASSERT_EQ(type, (i + t) % 2 ? V_MemoryConventional : V_MemoryDisk);
-      ASSERT_EQ(V_GetDefaultYResolution(), value + 6);
-      ASSERT_EQ(V_GetDefaultDithering(), (i + t) % 9);
+      ASSERT_TRUE(V_GetStatusCallBack(&data) == &Callback && data == &own[0]);
+      ASSERT_TRUE(V_GetCopyStatusCallBack(&data) == &Callback && data == &own[1]);
+      ASSERT_TRUE(reserve == value && fifth == value + 4 && table.openData == &own[0] && gotType == type);
+      ASSERT_TRUE(V_GetDefaultYResolution() == value + 6 && V_GetDefaultDithering() == (i + t) % 9);
     }
   });
   EXPECT_EQ(V_GetStatusCallBack(nullptr), nullptr);
@@ -114,26 +112,25 @@ TEST(Threads, SharedSettingsAreNeverTorn) {
 }
 
 // A hook never runs with the user data of another one, even while hooks are being exchanged.
-int kOddData, kEvenData;
+int userData[2];
 std::atomic<int> mismatches{0};
-int32_t V_CALL OddHook(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* data) {
-  mismatches += data != &kOddData;
+template <int kOwn>
+int32_t V_CALL Hook(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* data) {
+  mismatches += data != &userData[kOwn];
   return 1;
 }
-int32_t V_CALL EvenHook(BITMAPHANDLE*, ALLOCATEBITMAPCALLBACKDATA*, void* data) {
-  mismatches += data != &kEvenData;
-  return 1;
+template <int kOwn>
+void V_CALL Trace(const char*, const char*, void* data) {
+  mismatches += data != &userData[kOwn];
 }
-void V_CALL OddTrace(const char*, const char*, void* data) { mismatches += data != &kOddData; }
-void V_CALL EvenTrace(const char*, const char*, void* data) { mismatches += data != &kEvenData; }
 
 TEST(Threads, HooksAndTracesKeepTheirUserData) {
   mismatches = 0;
   Together(kThreads, [](int t) {
     for (int i = 0; i < 2000; ++i) {
       if (t < 2) {
-        t == 0 ? V_SetAllocateBitmapHook(OddHook, &kOddData) : V_SetAllocateBitmapHook(EvenHook, &kEvenData);
-        t == 0 ? V_SetDiagnostics(OddTrace, &kOddData) : V_SetDiagnostics(EvenTrace, &kEvenData);
+        V_SetAllocateBitmapHook(t == 0 ? Hook<0> : Hook<1>, &userData[t]);
+        V_SetDiagnostics(t == 0 ? Trace<0> : Trace<1>, &userData[t]);
         if (i % 7 == 0) V_SetAllocateBitmapHook(nullptr, nullptr), V_SetDiagnostics(nullptr, nullptr);
         V_SetCpuLevel(i % 4);
         EXPECT_LE(V_GetCpuLevel(), 3);

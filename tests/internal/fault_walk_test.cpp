@@ -74,17 +74,10 @@ TEST_F(FaultWalk, Create) {
 
 // --- what is done to a bitmap ---
 
-template <typename Call>
-int64_t Accessed(BITMAPHANDLE* bitmap, Call call) {
-  if (const int32_t status = V_AccessBitmap(bitmap); status != 1) return status;
-  const int64_t moved = call();
-  V_ReleaseBitmap(bitmap);
-  return moved > 0 ? 1 : moved;
-}
-
 struct Operation {
   std::string name;
-  std::function<int64_t(Filled&)> run;                 // 1 for a success
+  std::function<int64_t(Filled&)> run;                 // positive for a success
+  bool accessed = false;                               // with the data accessed
   std::function<void(Filled&)> done = [](Filled&) {};  // changes the pixels that are expected, and may look at more
   int32_t refusals = 0;                                // callbacks of a host that are asked
   std::vector<int64_t> failures = {V_StatusNoMemory};  // besides those of its host
@@ -110,7 +103,13 @@ class Operations : public FaultWalk {
           auto state = std::make_shared<Filled>(kind, layout, bits);
           operation.prepare(*state);
           state->record = state->stored.Record().Snapshot();
-          Trial trial{state, [&, state] { return operation.run(*state); }};
+          Trial trial{state, [&, state]() -> int64_t {
+                        const int32_t access = operation.accessed ? V_AccessBitmap(state->stored) : 1;
+                        if (access != 1) return access;
+                        const int64_t done = operation.run(*state);
+                        if (operation.accessed) V_ReleaseBitmap(state->stored);
+                        return std::min<int64_t>(done, 1);
+                      }};
           trial.failures = operation.failures;
           trial.failures.push_back(state->stored.Host().refusal);
           if (kind.setup == StorageKind::kMovable) trial.failures.push_back(V_StatusNoMemory);  // its lock
@@ -140,58 +139,52 @@ TEST_F(Operations, OnRows) {
   std::vector<uint8_t> line = Random(9).Bytes(kWidth - 7), got(kWidth * kHeight);
   for (const int32_t bits : {1, 8}) {
     Run({.name = "get rows",
-         .run =
-             [&](Filled& f) {
-               return Accessed(f.stored, [&] { return V_GetBitmapRow(f.stored, got.data(), 0, got.size()); });
-             },
+         .run = [&](Filled& f) { return V_GetBitmapRow(f.stored, got.data(), 0, got.size()); },
+         .accessed = true,
          .done = [&](Filled& f) { EXPECT_EQ(got, f.pixels); },
          .refusals = 3,
          .failures = {V_StatusFileSeek, V_StatusFileRead}},
         bits);
+    const int32_t column = bits == 1 ? 40 : 5;
     for (const int32_t row : {0, kHeight - 1})  // a put inside one tile either happens or does not
       Run({.name = "put row " + std::to_string(row),
-           .run =
-               [&](Filled& f) {
-                 const int32_t column = bits == 1 ? 40 : 5;
-                 return Accessed(f.stored,
-                                 [&] { return V_PutBitmapRowCol(f.stored, line.data(), row, column, line.size()); });
-               },
+           .run = [&](Filled& f) { return V_PutBitmapRowCol(f.stored, line.data(), row, column, line.size()); },
+           .accessed = true,
            .done = [&](Filled& f) { std::copy(line.begin(), line.end(), f.pixels.begin() + row * kWidth + 5); },
            .refusals = 3,
            .failures = {V_StatusNoMemory, V_StatusFileSeek}},
           bits);
   }
-  for (const int32_t bits : kDepths)
+  const BITMAPROWSEGMENT segments[] = {{8, 9, line.data()}, {21, 10, line.data() + 15}};
+  for (const int32_t bits : kDepths) {
+    const auto expect = [&](Filled& f) {
+      uint8_t* row = f.pixels.data() + 4 * f.stored->BytesPerLine;
+      for (const auto& [column, pixels, data] : segments)
+        for (int32_t p = 0; p < pixels; ++p)
+          PutPixelAt(row, column + p, bits, PixelAt(static_cast<const uint8_t*>(data), p, bits));
+    };
     Run({.name = "segments",
-         .run =
-             [&](Filled& f) {
-               const BITMAPROWSEGMENT segments[] = {{8, 9, line.data()}, {21, 10, line.data() + 15}};
-               return Accessed(f.stored, [&] { return V_PutBitmapRowSegments(f.stored, segments, 2, 4); });
-             },
-         .done =
-             [&](Filled& f) {
-               uint8_t* row = f.pixels.data() + 4 * f.stored->BytesPerLine;
-               for (int32_t p = 0; p < 9; ++p) PutPixelAt(row, 8 + p, bits, PixelAt(line.data(), p, bits));
-               for (int32_t p = 0; p < 10; ++p) PutPixelAt(row, 21 + p, bits, PixelAt(line.data() + 15, p, bits));
-             },
+         .run = [&](Filled& f) { return V_PutBitmapRowSegments(f.stored, segments, 2, 4); },
+         .accessed = true,
+         .done = expect,
          .refusals = bits % 8 == 0 ? 4 : 6,
          .failures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead},
          .failed = [](Filled&) {}},  // the first may have been put
         bits);
+  }
   std::vector<uint8_t> record(V_RECORD_BYTES(kWidth * 8)), row(kWidth, 0x55);  // a long record: it fits no old place
   V_CompressRow(record.data(), row.data(), 0, kWidth * 8);
+  const auto useRecords = [&](Filled& f) {
+    const int64_t put = V_PutBitmapRowCompressed(f.stored, record.data(), 4, record.size());
+    if (put < 0) return put;
+    std::copy(row.begin(), row.end(), f.pixels.begin() + 4 * kWidth);
+    std::vector<uint8_t> out(record.size());
+    const int64_t bytes = V_GetBitmapRowCompressed(f.stored, out.data(), 4, out.size() - 2);  // it just fits
+    return bytes < 0 ? bytes : V_PutBitmapRowColCompressed(f.stored, out.data(), 4, 0, kWidth * 8);
+  };
   Run({.name = "records",
-       .run =
-           [&](Filled& f) {
-             return Accessed(f.stored, [&] {
-               const int64_t put = V_PutBitmapRowCompressed(f.stored, record.data(), 4, record.size());
-               if (put < 0) return put;
-               std::copy(row.begin(), row.end(), f.pixels.begin() + 4 * kWidth);
-               std::vector<uint8_t> out(record.size());
-               const int64_t bytes = V_GetBitmapRowCompressed(f.stored, out.data(), 4, out.size() - 2);  // it just fits
-               return bytes < 0 ? bytes : V_PutBitmapRowColCompressed(f.stored, out.data(), 4, 0, kWidth * 8);
-             });
-           },
+       .run = useRecords,
+       .accessed = true,
        .refusals = 5,
        .failures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead},
        .failed = [](Filled& f) { EXPECT_EQ(ReadPixels(f.stored), f.pixels); }},
@@ -228,12 +221,12 @@ TEST_F(Operations, OnTheStorage) {
            .keepsPixels = false},
           bits, [](const StorageKind& kind) { return IsEngines(kind) && kind.roomInTiles == 0; });
     }
+    const auto free = [](Filled& f) {
+      V_FreeBitmap(f.stored);
+      return 1;
+    };
     Run({.name = "free",
-         .run =
-             [](Filled& f) {
-               V_FreeBitmap(f.stored);
-               return 1;
-             },
+         .run = free,
          .done = [](Filled& f) { EXPECT_TRUE((f.stored->Flags & V_FlagAllocated) == 0 && !f.stored->pPalette); },
          .refusals = 1,
          .keepsPixels = false},
@@ -253,45 +246,44 @@ TEST_F(Operations, OfCopies) {
     V_GetBitmapOverlay(bitmap, 2, &overlay);
     return overlay;
   };
-  for (const uint32_t memory : {1u, 512u, 1024u})
+  for (const uint32_t memory : {1u, 512u, 1024u}) {
+    const bool isPart = memory == V_MemoryCompressed;
+    const auto copy = [=](Filled& f) {
+      return isPart ? V_CopyBitmapRect2(f.other, f.stored, kCurrentLayout, 3, 2, 900, 900, memory)
+                    : V_CopyBitmap2(f.other, f.stored, kCurrentLayout, memory);
+    };
+    const auto expect = [=](Filled& f) {
+      EXPECT_EQ(f.other->Height, isPart ? kHeight - 2 : kHeight);
+      EXPECT_TRUE(isPart || ReadPixels(f.other) == f.pixels);
+      EXPECT_EQ(overlayOf(f.other).x, isPart ? 4 : 7);
+    };
+    const auto giveOverlay = [=](Filled& f) {
+      f.other.Create(V_MemoryConventional, 3, 3, 8);
+      EXPECT_EQ(setOverlay(f.stored, f.other, 7), 1);
+      V_FreeBitmap(f.other);
+    };
     Run({.name = "copy to " + std::to_string(memory),
-         .run =
-             [=](Filled& f) {
-               return memory == 512 ? V_CopyBitmapRect2(f.other, f.stored, kCurrentLayout, 3, 2, 900, 900, memory)
-                                    : V_CopyBitmap2(f.other, f.stored, kCurrentLayout, memory);
-             },
-         .done =
-             [=](Filled& f) {
-               EXPECT_EQ(f.other->Height, memory == 512 ? kHeight - 2 : kHeight);
-               EXPECT_TRUE(memory == 512 || ReadPixels(f.other) == f.pixels);
-               EXPECT_EQ(overlayOf(f.other).x, memory == 512 ? 4 : 7);
-             },
-         .refusals = memory == 512 ? kHeight : kHeight + 2,
+         .run = copy,
+         .done = expect,
+         .refusals = isPart ? kHeight : kHeight + 2,
          .failures = copyFailures_,
-         .prepare =
-             [=](Filled& f) {
-               f.other.Create(V_MemoryConventional, 3, 3, 8);
-               EXPECT_EQ(setOverlay(f.stored, f.other, 7), 1);
-               V_FreeBitmap(f.other);
-             }},
+         .prepare = giveOverlay},
         1);
-  for (const bool replaces : {false, true})
+  }
+  for (const bool replaces : {false, true}) {
+    const auto make = [=](Filled& f) {
+      f.other.Create(V_MemoryConventional, 3, 3, 8);
+      EXPECT_EQ(replaces ? setOverlay(f.other, f.other, 1) : 1, 1);
+    };
     Run({.name = "overlay",
          .run = [=](Filled& f) { return setOverlay(f.other, f.stored, 3); },
-         .done =
-             [=](Filled& f) {
-               EXPECT_EQ(overlayOf(f.other).x, 3);
-               EXPECT_EQ(ReadPixels(overlayOf(f.other).pBitmap), f.pixels);
-             },
+         .done = [=](Filled& f) { EXPECT_EQ(ReadPixels(overlayOf(f.other).pBitmap), f.pixels); },
          .refusals = kHeight + 2,
          .failures = copyFailures_,
-         .prepare =
-             [=](Filled& f) {
-               f.other.Create(V_MemoryConventional, 3, 3, 8);
-               EXPECT_EQ(replaces ? setOverlay(f.other, f.other, 1) : 1, 1);
-             },
+         .prepare = make,
          .failed = [=](Filled& f) { EXPECT_EQ(overlayOf(f.other).x, replaces ? 1 : 0); }},
         8);
+  }
 }
 
 // --- other depths ---
@@ -318,10 +310,7 @@ TEST_F(Operations, OfColorResolution) {
          .refusals = c.refusals,
          .failures = copyFailures_,
          .prepare =
-             [&](Filled& f) {
-               const bool diffuses = (c.options & V_ColorResSlowMatch) == 0;
-               f.stored->DitherMethod = diffuses ? V_DitheringStucki : V_DitheringNone;
-             },
+             [&](Filled& f) { f.stored->DitherMethod = c.options & V_ColorResSlowMatch ? 0 : V_DitheringStucki; },
          .keepsPixels = !c.inPlace},
         c.from);
 }

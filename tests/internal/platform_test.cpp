@@ -1,4 +1,5 @@
-// The platform layer by itself, and the fault injection that stands in front of it. The same cases run on every system.
+// Files of the platform layer by itself; the same cases run on every system. Its blocks, mappings and views are held to
+// their contents by the storage kinds that use them.
 #include "platform/platform.h"
 
 #include "platform/fault.h"
@@ -7,10 +8,7 @@
 namespace vexakrn::platform {
 namespace {
 
-using vexatest::Random;
 using vexatest::TempDirectory;
-
-constexpr uint64_t kMegabyte = 1u << 20;
 
 bool IsZero(const uint8_t* data, uint64_t bytes) {
   return std::all_of(data, data + bytes, [](uint8_t byte) { return byte == 0; });
@@ -57,10 +55,7 @@ struct ScratchFile {
 class PlatformTest : public testing::Test {
  protected:
   void SetUp() override { live_ = Live(); }
-  void TearDown() override {
-    StopFailing();
-    EXPECT_EQ(Live(), live_);
-  }
+  void TearDown() override { EXPECT_EQ(Live(), live_); }
 
  private:
   LiveResources live_{};
@@ -117,121 +112,6 @@ TEST_F(PlatformScratch, NobodyElseSeesItAndItGoesWithItsHandle) {
   EXPECT_EQ(ReadFrom(path, &text), 0);
   EXPECT_EQ(text, "mine") << "a file of that name must not be touched";
   EXPECT_NE(ScratchFile(folder / "missing/file", 10).error, 0);
-}
-
-TEST_F(PlatformScratch, ResizingKeepsContentsAndZeroesGrowth) {
-  const TempDirectory folder;
-  ScratchFile scratch(folder / "file", 70000);
-  ASSERT_EQ(scratch.error, 0);
-  Random random(0xF11E);
-  const std::vector<uint8_t> data = random.Bytes(70000);
-  ASSERT_EQ(System().writeAt(scratch.file, data.data(), data.size(), 0), 0);
-  ASSERT_EQ(System().resizeScratchFile(scratch.file, 70000, 12345), 0);
-  uint8_t byte = 0;
-  EXPECT_NE(System().readAt(scratch.file, &byte, 1, 12345), 0) << "past the end";
-  EXPECT_NE(System().readAt(scratch.file, &byte, 1, UINT64_MAX), 0);
-  EXPECT_NE(System().readAt(scratch.file, &byte, UINT64_MAX, 1), 0);
-  ASSERT_EQ(System().resizeScratchFile(scratch.file, 12345, 3 * kMegabyte), 0);
-  const std::vector<uint8_t> grown = scratch.Read(0, 3 * kMegabyte);
-  EXPECT_TRUE(std::equal(data.begin(), data.begin() + 12345, grown.begin()));
-  EXPECT_TRUE(IsZero(grown.data() + 12345, grown.size() - 12345));
-}
-
-TEST_F(PlatformScratch, ViewsAndTransfersSeeTheSameBytes) {
-  const TempDirectory folder;
-  constexpr uint64_t kBytes = 3 * kViewGranularity + 1000;
-  ScratchFile scratch(folder / "file", kBytes);
-  ASSERT_EQ(scratch.error, 0);
-  void* fileMapping = nullptr;
-  ASSERT_EQ(System().createFileMapping(scratch.file, kBytes, &fileMapping), 0);
-  ASSERT_NE(fileMapping, nullptr);
-  uint8_t *first = nullptr, *last = nullptr;
-  ASSERT_EQ(System().mapView(fileMapping, 0, 2 * kViewGranularity, &first), 0);
-  ASSERT_EQ(System().mapView(fileMapping, 3 * kViewGranularity, 1000, &last), 0);
-  EXPECT_TRUE(IsZero(first, 2 * kViewGranularity));
-  std::memset(last, 7, 1000);
-  EXPECT_EQ(scratch.Read(3 * kViewGranularity + 999, 1), std::vector<uint8_t>{7});
-  ASSERT_EQ(System().writeAt(scratch.file, "x", 1, kViewGranularity), 0);
-  EXPECT_EQ(first[kViewGranularity], 'x');
-  UnmapView(first, 2 * kViewGranularity);
-  UnmapView(last, 1000);
-  CloseFileMapping(fileMapping);
-  EXPECT_EQ(scratch.Read(kBytes - 1, 1), std::vector<uint8_t>{7}) << "an unmapped view must not be lost";
-  EXPECT_EQ(System().resizeScratchFile(scratch.file, kBytes, 10), 0) << "nothing may hold on to the file";
-}
-
-using PlatformMemory = PlatformTest;
-
-TEST_F(PlatformMemory, AnonymousBlocksKeepTheirContentsAndGrowByZeros) {
-  Random random(0xB10C);
-  for (const uint64_t start : {uint64_t{1}, uint64_t{5000}, 9 * kMegabyte + 3}) {
-    SCOPED_TRACE(start);
-    Mapping mapping;
-    ASSERT_EQ(System().mapAnonymous(start, &mapping), 0);
-    ASSERT_NE(mapping.handle, nullptr);
-    ASSERT_TRUE(IsZero(mapping.address, start));
-    std::vector<uint8_t> want = random.Bytes(start);
-    std::memcpy(mapping.address, want.data(), start);
-    uint64_t bytes = start;
-    for (const uint64_t next : {start + 100, start / 2 + 1, start / 2 + 2, 3 * start + 70000, uint64_t{1}}) {
-      ASSERT_EQ(System().remapAnonymous(&mapping, bytes, next), 0);
-      want.resize(next, 0);
-      ASSERT_EQ(std::memcmp(mapping.address, want.data(), next), 0) << bytes << " to " << next;
-      bytes = next;
-    }
-    Mapping same = mapping;
-    EXPECT_NE(System().remapAnonymous(&same, bytes, uint64_t{1} << 62), 0);
-    EXPECT_EQ(same.handle, mapping.handle);
-    EXPECT_EQ(mapping.address[0], want[0]) << "a failed resize must leave the block";
-    UnmapAnonymous(mapping, bytes);
-  }
-  Mapping none;
-  EXPECT_NE(System().mapAnonymous(uint64_t{1} << 62, &none), 0);
-  EXPECT_EQ(none.address, nullptr);
-}
-
-std::atomic<int> destroyed{0};
-void CountDestroyed(void* value) { destroyed += *static_cast<int*>(value); }
-
-TEST(PlatformThreads, EachHasItsValueUntilItEnds) {
-  static int values[] = {1, 10, 100, 1000};
-  destroyed = 0;
-  std::atomic<int> started{0};
-  std::vector<std::thread> threads;
-  for (int& value : values) {
-    threads.emplace_back([&value, &started] {
-      EXPECT_EQ(ThreadValue(), nullptr);
-      EXPECT_TRUE(SetThreadValue(&values[0], CountDestroyed));
-      EXPECT_TRUE(SetThreadValue(&value, CountDestroyed));
-      ++started;
-      while (started != 4) std::this_thread::yield();
-      EXPECT_EQ(ThreadValue(), &value);
-      if (value == 1000) SetThreadValue(nullptr, CountDestroyed);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(destroyed, 111) << "values in force at the end, and those only, are destroyed once";
-}
-
-using FaultInjection = PlatformTest;
-
-TEST_F(FaultInjection, FailsTheCallsItWasToldTo) {
-  uint64_t ticks = 0;
-  const auto failures = [&ticks] {
-    std::string pattern;
-    for (int i = 0; i < 5; ++i) pattern += System().milliseconds(&ticks) == 0 ? '.' : 'x';
-    return pattern;
-  };
-  FailCall(3, false);
-  EXPECT_EQ(failures(), "..x..");
-  EXPECT_TRUE(HasFailed());
-  EXPECT_EQ(StopFailing(), 5u);
-  FailCall(4, true);
-  EXPECT_FALSE(HasFailed());
-  EXPECT_EQ(failures(), "...xx");
-  EXPECT_EQ(StopFailing(), 5u);
-  EXPECT_EQ(failures(), ".....");
-  EXPECT_FALSE(IsAccessDenied(kInjectedError) || IsNotFound(kInjectedError));
 }
 
 }  // namespace

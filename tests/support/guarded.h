@@ -17,13 +17,6 @@
 
 namespace vexatest {
 
-// The sanitizers' allocators end the process on a size that the system's would refuse.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kHugeAllocationsAbort = true;
-#else
-inline constexpr bool kHugeAllocationsAbort = false;
-#endif
-
 class GuardedBytes {
  public:
   explicit GuardedBytes(size_t size, uint8_t fill = 0xCD) : size_(size), bytes_(size + 2 * kGuard, kCanary) {

@@ -81,12 +81,6 @@ class ScopedTempFileMode : Scoped {
   TEMPFILEOPTIONS old_{};
 };
 
-class ScopedAllocateHook : Scoped {
- public:
-  ScopedAllocateHook(ALLOCATEBITMAPHOOK hook, void* userData) { V_SetAllocateBitmapHook(hook, userData); }
-  ~ScopedAllocateHook() { V_SetAllocateBitmapHook(nullptr, nullptr); }
-};
-
 // Collects the diagnostic lines as "tag|text".
 class ScopedTrace : Scoped {
  public:

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "codecs/upright.h"
+#include "support/pixelmodel.h"
 #include "support/random.h"
 #include "tool/tool.h"
 
@@ -18,24 +19,9 @@ void FillRandomly(vexa::Bitmap& bitmap, vexatest::Random& random) {
 
 // The engine's pixel function maps displayed positions on its own.
 void ExpectPixel(vexa::Bitmap& bitmap, vexa::UprightRows& rows, int32_t y, int32_t x) {
-  uint8_t want[8] = {}, got[8] = {};
-  ASSERT_EQ(V_GetPixelData(&bitmap.Record(), want, y, x, sizeof want), 1);
-  const int bits = bitmap.Bits();
-  const uint8_t* row = rows.Row(y);
-  if (bits < 8) {
-    for (int bit = 0; bit < bits; ++bit) {
-      const int64_t at = int64_t{x} * bits + bit;
-      got[0] = static_cast<uint8_t>(got[0] << 1 | (row[at / 8] >> (7 - at % 8) & 1));
-    }
-  } else if (bits == 12) {
-    const int value = x % 2 == 0 ? row[x / 2 * 3] | (row[x / 2 * 3 + 1] & 15) << 8
-                                 : row[x / 2 * 3 + 1] >> 4 | row[x / 2 * 3 + 2] << 4;
-    got[0] = static_cast<uint8_t>(value);
-    got[1] = static_cast<uint8_t>(value >> 8);
-  } else {
-    std::copy(row + x * (bits / 8), row + (x + 1) * (bits / 8), got);
-  }
-  ASSERT_TRUE(std::equal(got, got + 8, want)) << "row " << y << ", column " << x;
+  uint64_t want = 0;
+  ASSERT_EQ(V_GetPixelData(&bitmap.Record(), &want, y, x, sizeof want), 1);
+  ASSERT_EQ(vexatest::PixelAt(rows.Row(y), x, bitmap.Bits()), want) << "row " << y << ", column " << x;
 }
 
 TEST(UprightRows, ShowWhatTheEngineShowsAtEveryDepthAndPerspective) {

@@ -1,7 +1,6 @@
 // Rectangles cut out of pictures, and pages split from documents and joined again.
 #include <gtest/gtest.h>
 
-#include "codecs/storage.h"
 #include "tool/expect.h"
 
 namespace tool {
@@ -41,30 +40,6 @@ TEST(Crop, EveryOrientationShowsTheSameArea) {
       EXPECT_EQ(crop.bitmap.Perspective(), perspective);
       ExpectCroppedFrom(upright, crop, left, top, width, height);
     }
-}
-
-TEST(Crop, EveryDepthAndStorageKeepsPixelsAndAttributes) {
-  for (const std::string& name : SampleNames()) {
-    Decoded original;
-    Decode(SamplePath(name), &original);
-    if (name.ends_with(".gif") || original.bitmap.Perspective() != V_ViewTopLeft) continue;
-    for (const std::string storage : {"conventional", "disk", "compressed", "supercompressed"}) {
-      if (!vexa::StorageHolds(vexa::StorageOfName(storage), original.bitmap.Bits())) continue;
-      SCOPED_TRACE(name + " by " + storage);
-      const Folder folder;
-      const std::string out = folder / ("out" + ExactExtension(name));
-      ExpectQuiet({"crop", SamplePath(name), out, "--rect", "13,7,45,31", "--storage", storage});
-      Decoded crop;
-      Decode(out, &crop);
-      ExpectCroppedFrom(original, crop, 13, 7, 45, 31);
-      Json before = InfoOf(SamplePath(name))["images"][0], after = InfoOf(out)["images"][0];
-      for (const char* field : {"kind", "high_bit", "signed", "palette_colors"})
-        EXPECT_EQ(before[field], after[field]) << field;
-      if (out.ends_with(".tif")) {
-        EXPECT_EQ(before["resolution"], after["resolution"]);
-      }
-    }
-  }
 }
 
 // Pages of different sizes, depths, resolutions and perspectives.

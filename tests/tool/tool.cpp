@@ -1,93 +1,27 @@
 #include "tool/tool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <sstream>
+#include <thread>
 
 #include "codecs/error.h"
+#include "support/process.h"
 #include "support/random.h"
-
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
 
 namespace tool {
 
-#ifdef _WIN32
-
-namespace {
-
-HANDLE CreateFor(const fs::path& path) {
-  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  return CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS, 0, nullptr);
-}
-
-}  // namespace
-
 Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
-                   const std::function<bool(int)>&) {
+                   const std::function<bool(vexatest::Process&)>& whileRunning) {
   const Folder folder;
-  std::wstring line = L"\"" + fs::path(program).wstring() + L"\"";
-  for (const std::string& argument : arguments)
-    line += L" \"" + fs::path(std::u8string(argument.begin(), argument.end())).wstring() + L"\"";
-  STARTUPINFOW start = {};
-  start.cb = sizeof start;
-  start.dwFlags = STARTF_USESTDHANDLES;
-  start.hStdOutput = CreateFor(folder.Path() / "out");
-  start.hStdError = CreateFor(folder.Path() / "err");
-  PROCESS_INFORMATION process = {};
-  Outcome outcome;
-  if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
-    WaitForSingleObject(process.hProcess, INFINITE);
-    DWORD code = 0;
-    GetExitCodeProcess(process.hProcess, &code);
-    outcome.exitCode = static_cast<int>(code);
-    CloseHandle(process.hProcess);
-    CloseHandle(process.hThread);
-  }
-  CloseHandle(start.hStdOutput);
-  CloseHandle(start.hStdError);
-  outcome.output = Load(folder / "out");
-  outcome.errors = Load(folder / "err");
+  const std::string out = folder / "out", err = folder / "err";
+  vexatest::Process process(program, arguments, out, err);
+  while (whileRunning && !whileRunning(process)) std::this_thread::sleep_for(std::chrono::microseconds(500));
+  Outcome outcome = {process.Wait(), Load(out), Load(err)};
   for (std::string* text : {&outcome.output, &outcome.errors}) std::erase(*text, '\r');
   return outcome;
 }
-
-#else
-
-Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
-                   const std::function<bool(int)>& whileRunning) {
-  const Folder folder;
-  const std::string out = folder / "out", err = folder / "err";
-  std::vector<char*> line = {const_cast<char*>(program.c_str())};
-  for (const std::string& argument : arguments) line.push_back(const_cast<char*>(argument.c_str()));
-  line.push_back(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(open(out.c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
-    dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
-    execv(line[0], line.data());
-    _exit(127);
-  }
-  int status = 0;
-  bool running = true;
-  for (bool watched = whileRunning != nullptr; running && watched; usleep(500)) {
-    running = waitpid(child, &status, WNOHANG) == 0;
-    watched = running && !whileRunning(child);
-  }
-  if (running) waitpid(child, &status, 0);
-  Outcome outcome;
-  outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-  outcome.output = Load(out);
-  outcome.errors = Load(err);
-  return outcome;
-}
-
-#endif
 
 std::vector<std::string> Words(const std::string& line, const Folder* folder) {
   std::istringstream in(line);

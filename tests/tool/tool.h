@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "codecs/codec.h"
+#include "support/process.h"
 #include "support/tempdir.h"
 
 namespace tool {
@@ -21,10 +22,9 @@ struct Outcome {
   std::string errors;
 };
 
-// Runs a program to its end. `whileRunning` is called again and again with its process id until it returns true (not on
-// Windows).
+// Runs a program to its end. `whileRunning` is called again and again until it returns true.
 Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
-                   const std::function<bool(int)>& whileRunning = {});
+                   const std::function<bool(vexatest::Process&)>& whileRunning = {});
 inline Outcome Vexa(const std::vector<std::string>& arguments) { return RunProgram(VEXA_PROGRAM, arguments); }
 
 using vexatest::Folder;
