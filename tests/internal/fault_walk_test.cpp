@@ -155,7 +155,8 @@ TEST_F(Operations, OnRows) {
            .failures = {V_StatusNoMemory, V_StatusFileSeek}},
           bits);
   }
-  const BITMAPROWSEGMENT segments[] = {{8, 9, line.data()}, {21, 10, line.data() + 15}};
+  const std::vector<uint8_t> samples = Random(8).Bytes(15 + 10 * sizeof(uint64_t));
+  const BITMAPROWSEGMENT segments[] = {{8, 9, samples.data()}, {21, 10, samples.data() + 15}};
   for (const int32_t bits : kDepths) {
     const auto expect = [&](Filled& f) {
       uint8_t* row = f.pixels.data() + 4 * f.stored->BytesPerLine;
