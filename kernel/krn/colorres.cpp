@@ -16,6 +16,7 @@
 #include "krn/quantize.h"
 #include "krn/replace.h"
 #include "krn/rowview.h"
+#include "krn/samples.h"
 #include "vexakrn/convert.h"
 #include "vexakrn/copy.h"
 
@@ -65,12 +66,6 @@ int32_t ResultOrder(const BITMAPHANDLE& src, int32_t bits) noexcept {
   }
 }
 
-// Whether samples lie in some of their bits; a range that makes no sense is the whole sample.
-bool HasBitRange(const BITMAPHANDLE& bitmap) noexcept {
-  const int32_t bits = bitmap.BitsPerPixel, low = bitmap.LowBit, high = bitmap.HighBit;
-  return (bits == 12 || (bits == 16 && bitmap.Order == V_OrderGray)) && 0 <= low && low <= high && high < bits;
-}
-
 LineFormat FormatOf(const BITMAPHANDLE& bitmap) noexcept {
   const int32_t order = bitmap.BitsPerPixel == 12 ? int32_t{V_OrderGray} : int32_t{bitmap.Order};
   return {bitmap.BitsPerPixel, order, bitmap.pPalette, nullptr};
@@ -96,13 +91,38 @@ ConversionRequest Conversion(const BITMAPHANDLE& src, const RGBQUAD* palette, co
   request.color = 0xFF000000;  // opaque where alpha is new
   request.flags = V_ConvertAlphaInit;
   request.lowBit = request.highBit = -1;
-  if (HasBitRange(src) && to.bits != src.BitsPerPixel) {  // the same depth keeps its range
+  if (HasGraySamples(src.BitsPerPixel, src.Order) && to.bits != src.BitsPerPixel) {  // the same depth keeps its range
+    const GrayRange range = SampleRange(src.BitsPerPixel, src.LowBit, src.HighBit);
     request.flags |= V_ConvertSourceUseBits;
-    request.lowBit = src.LowBit;
-    request.highBit = src.HighBit;
+    request.lowBit = range.low;
+    request.highBit = range.low + range.bits - 1;
   }
   return request;
 }
+
+// Rows of a bitmap as 24-bit colour, blue first.
+class ColorRows {
+ public:
+  explicit ColorRows(const BITMAPHANDLE& src) noexcept
+      : palette_(src), width_(src.Width), line_(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24)) {
+    status_ = line_ ? toColor_.Prepare(Conversion(src, palette_.get(), {24, V_OrderBgr, nullptr, nullptr}))
+                    : int32_t{kNoMemory};
+  }
+  int32_t Status() const noexcept { return status_; }
+
+  // Valid until the next row is asked for.
+  int32_t Row(const uint8_t* source, const uint8_t** colors) noexcept {
+    *colors = line_.data();
+    return toColor_.Run(line_.data(), source, width_);
+  }
+
+ private:
+  const FullPalette palette_;
+  const int32_t width_;
+  const Buffer<uint8_t> line_;
+  LineConversion toColor_;
+  int32_t status_;
+};
 
 // --- the palette of a result ---------------------------------------------------------------------------------------------
 
@@ -131,17 +151,14 @@ Sampling SamplingOf(const BITMAPHANDLE* bitmaps, uint32_t count) noexcept {
 int32_t CountColors(BITMAPHANDLE& src, const Sampling& sampling, ColorHistogram& histogram) noexcept {
   AccessGuard access(src);
   V_TRY(access.Status());
-  const FullPalette palette(src);
-  LineConversion toColor;
-  V_TRY(toColor.Prepare(Conversion(src, palette.get(), {24, V_OrderBgr, nullptr, nullptr})));
-  const Buffer<uint8_t> line(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24));
-  if (!line) return kNoMemory;
+  ColorRows rows(src);
+  V_TRY(rows.Status());
   RowReader reader(src, 0, src.BytesPerLine);
   for (uint64_t row = 0; row < static_cast<uint32_t>(src.Height); row += sampling.rows) {
-    const uint8_t* source = nullptr;
+    const uint8_t *source = nullptr, *colors = nullptr;
     V_TRY(reader.Row(static_cast<int32_t>(row), &source));
-    V_TRY(toColor.Run(line.data(), source, src.Width));
-    histogram.Add(line.data(), static_cast<uint32_t>(src.Width), sampling.columns);
+    V_TRY(rows.Row(source, &colors));
+    histogram.Add(colors, static_cast<uint32_t>(src.Width), sampling.columns);
   }
   return access.Release();
 }
@@ -232,17 +249,15 @@ struct Candidates {
 int32_t MatchRows(BITMAPHANDLE& src, BITMAPHANDLE& dst, const ResultPalette& result, Progress& progress) noexcept {
   const Candidates candidates(result);
   if (candidates.count == 0) return kInvalidParameter;
-  const FullPalette palette(src);
-  LineConversion toColor;
-  V_TRY(toColor.Prepare(Conversion(src, palette.get(), {24, V_OrderBgr, nullptr, nullptr})));
+  ColorRows rows(src);
+  V_TRY(rows.Status());
   const auto width = static_cast<uint32_t>(src.Width);
-  const Buffer<uint8_t> line(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24));
-  if (!line) return kNoMemory;
   ColorMatch match(candidates.entries, candidates.count);
   return ForRows(src, dst, 1, progress, [&](const uint8_t* source, uint8_t* room, int32_t) noexcept -> int32_t {
-    V_TRY(toColor.Run(line.data(), source, static_cast<int32_t>(width)));
+    const uint8_t* colors = nullptr;
+    V_TRY(rows.Row(source, &colors));
     const auto fill = [&](auto put) noexcept {
-      const uint8_t* bgr = line.data();
+      const uint8_t* bgr = colors;
       for (uint32_t x = 0; x < width; ++x, bgr += 3) put(x, candidates.index[match.Find(bgr[2], bgr[1], bgr[0])]);
     };
     const bool packed = WithPacked(dst.BitsPerPixel, [&](auto pixels) {
