@@ -45,7 +45,7 @@ test: build
 test-windows: | build/
 	$(bootstrap) build tools test cross windows
 	$(call build,windows)
-	@scripts/wine-prefix build/wine
+	@scripts/wine-prefix build/windows/wine
 	@scripts/run-tests windows
 
 test-asan: | build/
