@@ -3,15 +3,16 @@
  * Depths: 1 to 8 (palette), 12 (gray), 16, 24, 32, 48 and 64 bits per pixel; a source of 0 bits converts nothing, but its
  * destination is checked. Pixels below 8 bits are packed most significant bit first, 12-bit pixels lie two in three bytes,
  * 16-bit colour is 5-5-5 or, in the order Rgb565, 5-6-5. The order Gray makes 8, 12 and 16 bits gray; below 8 bits the
- * palette decides, whatever the order. 12 bits go with no other order. Romm is an order of 24 and 48 bits. A null palette
+ * palette decides, be the order Rgb, Bgr or Gray. 12 bits go with no other order. Romm is an order of 24 and 48 bits. A null palette
  * means the fixed palette of its depth. The buffer holds the larger of the two lines (V_CalcConvertSize).
  *
- * Values: a result with a palette gets the nearest entries (V_FindPaletteIndex). Gray of a colour is
- * (2 R + 5 G + B + 4) / 8, of the top 8 bits of each component; it becomes g * (2^n - 1) / 255 where n bits above 8 hold it,
- * and keeps its top n bits otherwise. Narrowing keeps the top bits: of 16 the top byte. Gray of less than 8 bits, or of 9 to 15, is widened by
- * repeating its bits, and so are fields of 5 and 6 bits; 8 bits become 16 times 257. Colour of 16 bits and palettes have
- * 8 bits a component on their way to 48 and 64; gray of more than 8 bits keeps what it has. Alpha that the source has not is
- * 0, or what V_ConvertAlphaInit says. 48-bit Romm uses the matrices of 24 bits, limited to 65535. The same format on both sides is copied unchanged, unless it has a palette.
+ * Values: a result with a palette gets the nearest entries (V_FindPaletteIndex). Gray of a colour is (2 R + 5 G + B +
+ * 4) / 8, of the top 8 bits of each component; it becomes g * (2^n - 1) / 255 where n bits above 8 hold it, and keeps
+ * its top n bits otherwise. Narrowing keeps the top bits: of 16 the top byte. Gray of less than 8 bits, or of 9 to 15,
+ * is widened by repeating its bits, and so are fields of 5 and 6 bits; 8 bits become 16 times 257. Colour of 16 bits
+ * and palettes have 8 bits a component on their way to 48 and 64; gray of more than 8 bits keeps what it has. Alpha
+ * that the source has not is 0, or what V_ConvertAlphaInit says. 48-bit Romm uses the matrices of 24 bits, limited to
+ * 65535. The same format on both sides is copied unchanged, unless it has a palette.
  *
  * All return 1; -13 for a null buffer, a width that is not positive, a depth that is none, an order that does not go with
  * the depth (as Gray with 24 bits and more), flags that contradict, or a bit range that is none; -16 for a Romm

@@ -103,8 +103,9 @@ ConversionRequest Conversion(const BITMAPHANDLE& src, const RGBQUAD* palette, co
 // Rows of a bitmap as 24-bit colour, blue first.
 class ColorRows {
  public:
-  explicit ColorRows(const BITMAPHANDLE& src) noexcept
-      : palette_(src), width_(src.Width), line_(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24)) {
+  explicit ColorRows(const BITMAPHANDLE& src) noexcept : palette_(src), width_(src.Width) {
+    if (src.BitsPerPixel == 24 && src.Order == V_OrderBgr) return;  // they are that already
+    line_.Reset(AllocateArray<uint8_t>(V_CalcConvertSize(src.Width, src.BitsPerPixel, src.Width, 24)));
     status_ = line_ ? toColor_.Prepare(Conversion(src, palette_.get(), {24, V_OrderBgr, nullptr, nullptr}))
                     : int32_t{kNoMemory};
   }
@@ -112,16 +113,16 @@ class ColorRows {
 
   // Valid until the next row is asked for.
   int32_t Row(const uint8_t* source, const uint8_t** colors) noexcept {
-    *colors = line_.data();
-    return toColor_.Run(line_.data(), source, width_);
+    *colors = line_ ? line_.data() : source;
+    return line_ ? toColor_.Run(line_.data(), source, width_) : int32_t{kSuccess};
   }
 
  private:
   const FullPalette palette_;
   const int32_t width_;
-  const Buffer<uint8_t> line_;
+  Buffer<uint8_t> line_;  // none where the rows are such colour themselves
   LineConversion toColor_;
-  int32_t status_;
+  int32_t status_ = kSuccess;
 };
 
 // --- the palette of a result ---------------------------------------------------------------------------------------------
@@ -131,10 +132,13 @@ struct ResultPalette {
   uint32_t colors;
 };
 
-// What a histogram gets to see of large pictures: each so many-th row, and pixel of a row.
+// What a histogram gets to see of large pictures: one of so many rows, and of so many pixels of a row.
 struct Sampling {
   uint64_t rows, columns;
 };
+
+// One of `count` places, scattered from one group of places to the next, so that no pattern of the picture is missed.
+uint64_t Scatter(uint64_t group, uint64_t count) noexcept { return (group * 0x9E3779B97F4A7C15u >> 32) * count >> 32; }
 
 Sampling SamplingOf(const BITMAPHANDLE* bitmaps, uint32_t count) noexcept {
   const auto most = ColorHistogram::kMostPixels;
@@ -144,8 +148,8 @@ Sampling SamplingOf(const BITMAPHANDLE* bitmaps, uint32_t count) noexcept {
       pixels += (static_cast<uint32_t>(bitmaps[i].Height) + step - 1) / step * static_cast<uint32_t>(bitmaps[i].Width);
     return pixels;
   };
-  const uint64_t step = total(1) / most + 1;
-  return {step, total(step) / most + 1};  // of low pictures all rows may be left
+  const uint64_t step = (total(1) + most - 1) / most;
+  return {step, (total(step) + most - 1) / most};  // of low pictures all rows may be left
 }
 
 int32_t CountColors(BITMAPHANDLE& src, const Sampling& sampling, ColorHistogram& histogram) noexcept {
@@ -154,11 +158,14 @@ int32_t CountColors(BITMAPHANDLE& src, const Sampling& sampling, ColorHistogram&
   ColorRows rows(src);
   V_TRY(rows.Status());
   RowReader reader(src, 0, src.BytesPerLine);
-  for (uint64_t row = 0; row < static_cast<uint32_t>(src.Height); row += sampling.rows) {
+  const auto width = static_cast<uint32_t>(src.Width), height = static_cast<uint32_t>(src.Height);
+  for (uint64_t first = 0, group = 0; first < height; first += sampling.rows, ++group) {
+    const uint64_t row = first + Scatter(group, std::min(sampling.rows, height - first));
+    const uint64_t column = Scatter(group, std::min<uint64_t>(sampling.columns, width));
     const uint8_t *source = nullptr, *colors = nullptr;
     V_TRY(reader.Row(static_cast<int32_t>(row), &source));
     V_TRY(rows.Row(source, &colors));
-    histogram.Add(colors, static_cast<uint32_t>(src.Width), sampling.columns);
+    histogram.Add(colors + 3 * column, width - column, sampling.columns);
   }
   return access.Release();
 }

@@ -13,17 +13,17 @@ __m256i Load32(const uint8_t* at) noexcept { return _mm256_loadu_si256(reinterpr
 void Store16(uint8_t* at, __m128i value) noexcept { _mm_storeu_si128(reinterpret_cast<__m128i*>(at), value); }
 void Store32(uint8_t* at, __m256i value) noexcept { _mm256_storeu_si256(reinterpret_cast<__m256i*>(at), value); }
 
-// How 32 bytes come from a block: each half from up to four pieces of 16 bytes, which start inside the block.
+// How 32 bytes come from a block: each half from up to three pieces of 16 bytes, which start inside the block.
 struct GatherPlan {
-  int pieces, at[4][2];
-  uint8_t index[4][32];
+  int pieces, at[3][2];
+  uint8_t index[3][32];
 };
 
 template <typename Map>
 constexpr GatherPlan PlanGather(int chunk) {
   constexpr int kLatest = Map::kBytes - 16;
   GatherPlan plan{};
-  for (int i = 0; i < 4 * 32; ++i) plan.index[i / 32][i % 32] = 0x80;
+  for (int i = 0; i < 3 * 32; ++i) plan.index[i / 32][i % 32] = 0x80;
   for (int half = 0; half < 2; ++half) {
     int from[16] = {}, first = kLatest, last = 0;
     for (int i = 0; i < 16; ++i) {
@@ -36,7 +36,7 @@ constexpr GatherPlan PlanGather(int chunk) {
     if ((last - step) / 16 == (last - first) / 16) first = step;
     const int pieces = (last - first) / 16 + 1;
     plan.pieces = pieces > plan.pieces ? pieces : plan.pieces;
-    for (int piece = 0; piece < 4; ++piece)
+    for (int piece = 0; piece < 3; ++piece)
       plan.at[piece][half] = first + 16 * piece < kLatest ? first + 16 * piece : kLatest;
     for (int i = 0; i < 16; ++i) {
       if (from[i] < 0) continue;
@@ -104,7 +104,7 @@ struct Avx2 {
   [[gnu::always_inline]] static inline Vector Gather(const uint8_t* block) noexcept {
     constexpr const GatherPlan& kPlan = kGatherPlan<Map, Chunk>;
     Vector result = _mm256_setzero_si256();
-#pragma GCC unroll 4
+#pragma GCC unroll 3
     for (int piece = 0; piece < kPlan.pieces; ++piece) {
       const Vector bytes = LoadPieces(block, kPlan.at[piece][0], kPlan.at[piece][1], Map::kBytes - 32);
       const Vector moved = _mm256_shuffle_epi8(bytes, Load32(kPlan.index[piece]));

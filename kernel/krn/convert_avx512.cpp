@@ -16,11 +16,11 @@ __mmask64 FirstBytes(size_t bytes) noexcept {
   return bytes >= 64 ? ~__mmask64{0} : _bzhi_u64(~__mmask64{0}, static_cast<uint32_t>(bytes));
 }
 
-// How 64 bytes come from a block: from up to four pieces of 64 bytes, which start inside the block where it is as long.
+// How 64 bytes come from a block: from up to three pieces of 64 bytes, which start inside the block where it is as long.
 struct GatherPlan {
-  int pieces, at[4];
-  uint64_t mask[4], none;
-  ByteTable index;  // in two pieces at once
+  int pieces, at[3];
+  uint64_t third, none;  // the bytes that come from the third piece, and from none
+  ByteTable index;       // in two pieces at once
 };
 
 template <typename Map>
@@ -37,7 +37,7 @@ constexpr GatherPlan PlanGather(int chunk) {
   const int line = first / 64 * 64;  // lines are read whole where that takes no more of them
   if ((last - line) / 64 == (last - first) / 64) first = line;
   plan.pieces = (last - first) / 64 + 1;
-  for (int piece = 0; piece < 4; ++piece) plan.at[piece] = first + 64 * piece < kLatest ? first + 64 * piece : kLatest;
+  for (int piece = 0; piece < 3; ++piece) plan.at[piece] = first + 64 * piece < kLatest ? first + 64 * piece : kLatest;
   for (int i = 0; i < 64; ++i) {
     const uint64_t bit = uint64_t{1} << i;
     if (from[i] < 0) {
@@ -45,7 +45,7 @@ constexpr GatherPlan PlanGather(int chunk) {
       continue;
     }
     const int piece = (from[i] - first) / 64;
-    plan.mask[piece] |= bit;
+    if (piece == 2) plan.third |= bit;
     plan.index.at[i] = static_cast<uint8_t>(from[i] - plan.at[piece] + 64 * (piece % 2));
   }
   return plan;
@@ -115,11 +115,7 @@ struct Avx512 {
     else
       moved = _mm512_permutex2var_epi8(moved, index, Load(block + kPlan.at[1]));
     if constexpr (kPlan.pieces == 3)
-      moved = _mm512_mask_permutexvar_epi8(moved, kPlan.mask[2], index, Load(block + kPlan.at[2]));
-    if constexpr (kPlan.pieces == 4)
-      moved =
-          _mm512_mask_blend_epi8(kPlan.mask[2] | kPlan.mask[3], moved,
-                                 _mm512_permutex2var_epi8(Load(block + kPlan.at[2]), index, Load(block + kPlan.at[3])));
+      moved = _mm512_mask_permutexvar_epi8(moved, kPlan.third, index, Load(block + kPlan.at[2]));
     if constexpr (kPlan.none != 0) moved = _mm512_maskz_mov_epi8(~kPlan.none, moved);
     return moved;
   }

@@ -24,8 +24,6 @@ void Store16(uint8_t* at, uint32_t value) noexcept {
   std::memcpy(at, &word, sizeof word);
 }
 
-// The weights of every conversion to gray.
-
 // --- colour and plain gray: bytes that move ---
 
 template <Layout From, Layout To>

@@ -61,7 +61,7 @@ struct ConvertContext {
   IndexMatch* indexMatch;    // from few values to the destination's palette
   ColorMatch* colorMatch;    // from colours to it
   uint8_t whiteBit;          // of Mono1: the entry that is white
-  bool pastCaches;           // the result is to leave the caches alone: not in place, and no more than a wish
+  bool pastCaches;           // the result is to leave the caches alone: no more than a wish
   uint8_t alpha;             // where the source has none
   GrayRange source, destination;
   const uint16_t *sourceTable, *destinationTable;  // kGrayTableLength entries, or null
@@ -69,8 +69,9 @@ struct ConvertContext {
 
 inline constexpr uint32_t kGrayTableLength = 65535;
 
-// Converts `pixels` pixels, in place or from a source that is apart. It writes the bytes that hold them and not one more;
-// what is left of a byte that the last pixel shares is 0.
+// Converts `pixels` pixels: in place, from a source that is apart, or to a destination that overlaps it further on where
+// pixels grow and further back where they shrink. It writes the bytes that hold them and not one more; what is left of a
+// byte that the last pixel shares is 0.
 using ConvertStep = void (*)(uint8_t* destination, const uint8_t* source, size_t pixels,
                              const ConvertContext& context) noexcept;
 

@@ -56,7 +56,7 @@ ColorMatch::ColorMatch(const RGBQUAD* palette, uint32_t colors) noexcept
 uint8_t ColorMatch::Find(uint32_t r, uint32_t g, uint32_t b) noexcept {
   if (fixed_) {
     const uint8_t red = kNearestLevel<3>[r], green = kNearestLevel<3>[g], blue = kNearestLevel<2>[b];
-    if (red != kHalfway && green != kHalfway && blue != kHalfway)
+    if (red != kHalfway && green != kHalfway)  // four levels have no halfway values
       return static_cast<uint8_t>(red << 5 | green << 2 | blue);
   }
   const uint32_t key = r << 16 | g << 8 | b;

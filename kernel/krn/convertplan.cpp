@@ -20,8 +20,8 @@ namespace {
 
 constexpr int32_t kDepths = 65, kOrders = 8;
 
-// The layout of an order at a depth; none where they do not go together. A palette stays what it is below 8 bits,
-// whatever the order says.
+// The layout of an order at a depth; none where they do not go together. Below 8 bits there is a palette,
+// be the order Rgb, Bgr or Gray.
 constexpr Layout LayoutAt(int32_t bits, int32_t order) {
   if (order == V_OrderRomm) return bits == 24 ? Layout::Romm24 : bits == 48 ? Layout::Romm48 : Layout::None;
   if (order == V_OrderRgb565) return bits == 16 ? Layout::Rgb565 : Layout::None;
@@ -63,14 +63,17 @@ Layout LayoutOf(const LineFormat& format) noexcept {
 constexpr bool HasPalette(Layout layout) noexcept { return layout <= Layout::Index8; }
 constexpr bool IsGray(Layout layout) noexcept { return layout >= Layout::Gray8 && layout <= Layout::WordOut16; }
 
-int32_t CheckRequest(const ConversionRequest& request, Layout from, Layout to) noexcept {
+int32_t CheckRequest(const ConversionRequest& request, Layout from) noexcept {
   const LineFormat &source = request.source, &destination = request.destination;
   if ((request.flags & V_ConvertDestinationUseBits) != 0) {
     if (destination.order != V_OrderGray) return kInvalidParameter;
     if (source.order == V_OrderGray && (request.flags & V_ConvertSourceUseBits) != 0) return kInvalidParameter;
   }
-  if (from == Layout::None && source.bits != 0) return kInvalidParameter;
-  if (to != Layout::None) return kSuccess;
+  return from == Layout::None && source.bits != 0 ? kInvalidParameter : kSuccess;
+}
+
+// Of a destination that has no layout.
+int32_t StatusOfNone(const LineFormat& destination) noexcept {
   const bool onlyRomm =
       destination.order == V_OrderRomm && destination.bits != 12 && IsSupportedDepth(destination.bits);
   return onlyRomm ? kFeatureNotSupported : kInvalidParameter;
@@ -179,7 +182,8 @@ void ConvertPlan::SetSourcePalette(Layout from, Layout to, const LineFormat& sou
   const size_t bytes = sizeof(RGBQUAD) << bits;
   context_.palette = source.palette ? source.palette : FixedPalette(bits);
   context_.colors = 1u << bits;
-  if (bits < 8 && !FindStep(from, to)) {  // steps from bytes may read whole palettes, direct lanes of bits do not
+  // Steps from bytes to colour may read whole palettes; direct lanes of bits, gray and matching do not.
+  if (bits < 8 && !HasPalette(to) && !IsGray(to) && !FindStep(from, to)) {
     std::memcpy(colors_, context_.palette, bytes);
     std::memset(colors_ + context_.colors, 0, sizeof colors_ - bytes);
     context_.palette = colors_;
@@ -218,14 +222,15 @@ int32_t ConvertPlan::SetMatch(Layout from, const LineFormat& destination, Layout
 int32_t ConvertPlan::Make(const ConversionRequest& request) noexcept {
   const LineFormat &source = request.source, &destination = request.destination;
   Layout from = LayoutOf(source), to = LayoutOf(destination);
-  V_TRY(CheckRequest(request, from, to));
+  V_TRY(CheckRequest(request, from));
+  if (!SetRange(from, source, request, V_ConvertSourceUseBits, &context_.source) ||
+      !SetRange(to, destination, request, V_ConvertDestinationUseBits, &context_.destination))
+    return kInvalidParameter;
+  if (to == Layout::None) return StatusOfNone(destination);
   if (source.bits == 0) {
     count_ = kNothing;
     return kSuccess;
   }
-  if (!SetRange(from, source, request, V_ConvertSourceUseBits, &context_.source) ||
-      !SetRange(to, destination, request, V_ConvertDestinationUseBits, &context_.destination))
-    return kInvalidParameter;
   context_.sourceTable = from == Layout::Gray16 ? source.table : nullptr;
   context_.destinationTable = to == Layout::Gray16 ? destination.table : nullptr;
   context_.pastCaches = false;

@@ -4,7 +4,8 @@
 //
 //   Vector, Words, kBytes        a vector, its 16-bit lanes, its size
 //   Load, Store                  at any address
-//   Stream                       past the caches, to an address that is a multiple of the size
+//   Stream, Fence                past the caches, to an address that is a multiple of the size; what follows such stores
+//   LoadBits                     an eighth of a vector's size, over and over
 //   Repeat, Repeat64             a word of 32 or 64 bits over and over
 //   Gather<Map, Chunk>(block)    byte i of the vector is byte Map::At(kBytes * Chunk + i) of the block, or 0 where that is -1
 //   Shuffle, MultiplyAdd         within 16 bytes: bytes by their indices; bytes times signed bytes, added in pairs
@@ -12,6 +13,7 @@
 //   Narrow(low, high)            two vectors of words below 256 as one of bytes
 //   Spread(vector)               eight bytes at a time, so that Low and High, which work within 16 bytes, keep the order
 //   Low, High                    words of two vectors by turns
+//   LowHalves, HighHalves        of 32 bytes: double words of two vectors by turns
 //   Choose(bits, bit, zero, one) bytes of `one` where `bits` has the only bit that `bit` has, else of `zero`
 //   SignBits(vector)             the top bit of each byte
 //   CopyIn, CopyOut              part of a block to a buffer and back
@@ -19,7 +21,7 @@
 //
 // Everything here belongs to the file that includes it and is compiled for its processor: it is in an anonymous namespace.
 // What is left of a line is converted in a buffer of its own, so that no step reads or writes a byte beyond it. A block is
-// read as a whole before any of it is written: source and destination may start at the same place.
+// read as a whole before any of it is written, so that source and destination may overlap as ConvertStep says.
 #ifndef VEXAKRN_KRN_CONVERTWIDE_H
 #define VEXAKRN_KRN_CONVERTWIDE_H
 
@@ -146,7 +148,7 @@ struct WideSteps {
   };
 
   // Calls `block(destination, source)` for every block of pixels of so many bits: from the end on where they grow in place.
-  // Blocks go past the caches where they are to and are whole lines of them; `block` has to take a Place for that.
+  // Blocks go past the caches where they are to and the first one starts a line of them; `block` has to take a Place for that.
   template <size_t FromBits, size_t ToBits, int Pixels = kBytes, typename Block>
   [[gnu::always_inline]] static inline void ForBlocks(uint8_t* destination, const uint8_t* source, size_t pixels,
                                                       const ConvertContext& context, const Block& block) noexcept {
@@ -176,7 +178,7 @@ struct WideSteps {
   // --- bytes that move ---
 
   // Alpha in its places, where only the destination has it.
-  template <Layout From, Layout To>
+  template <Layout To>
   static Vector AlphaBytes(uint8_t alpha) noexcept {
     if constexpr (BytesOf(To).component == 2)
       return V::Repeat64(uint64_t{alpha} * 257 << 48);
@@ -207,7 +209,7 @@ struct WideSteps {
   template <Layout From, Layout To>
   static void Move(uint8_t* destination, const uint8_t* source, size_t pixels, const ConvertContext& context) noexcept {
     constexpr int kFrom = BytesOf(From).bytes, kTo = BytesOf(To).bytes;
-    const Vector alpha = AlphaBytes<From, To>(context.alpha);
+    const Vector alpha = AlphaBytes<To>(context.alpha);
     ForBlocks<8 * kFrom, 8 * kTo>(destination, source, pixels, context, [=](Place out, const uint8_t* in) noexcept {
       MoveBlock<From, To>(out, in, alpha, std::make_integer_sequence<int, kTo>{});
     });
@@ -287,7 +289,7 @@ struct WideSteps {
 
   // --- packed pixels ---
 
-  // 64 at a time, which have as many bytes as half a vector at least.
+  // 64 at a time, which have 16 bytes at least.
   template <int Bits>
   static void Unpack(uint8_t* destination, const uint8_t* source, size_t pixels,
                      const ConvertContext& context) noexcept {

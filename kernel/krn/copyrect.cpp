@@ -52,9 +52,7 @@ int32_t CutRow(BITMAPHANDLE& dst, int32_t row, const uint8_t* source, const RowC
     return kSuccess;
   }
   if (line) cutter.Cut(line, source);
-  const int64_t put = PutRowPart(dst, line ? line : source, {row, 0, cutter.Bytes()});
-  if (put < 0) return static_cast<int32_t>(put);
-  return static_cast<uint64_t>(put) >= cutter.Bytes() ? kSuccess : kNoMemory;
+  return PutWholeRowPart(dst, line ? line : source, {row, 0, cutter.Bytes()});
 }
 
 }  // namespace

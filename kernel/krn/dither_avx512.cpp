@@ -41,7 +41,7 @@ struct Lanes16 : Lanes<Level, int16_t> {
   // The lanes of `low` from the second one on, then the first one of `high`.
   static Vector Next(Vector low, Vector high) noexcept {
     const Vector nextWords = _mm512_alignr_epi32(high, low, 1);
-    return Or(_mm512_srli_epi32(low, 16), _mm512_slli_epi32(nextWords, 16));
+    return _mm512_srli_epi32(low, 16) | _mm512_slli_epi32(nextWords, 16);
   }
 };
 

@@ -143,7 +143,7 @@ uint32_t FixedIndex(const DitherChoice& choice, uint32_t r, uint32_t g, uint32_t
     const DitherLevels& levels = choice.levels[component];
     return (value & (0xFF00u >> levels.bits)) >> levels.shift;
   };
-  if (choice.rule != DitherRule::Levels) return bits(0, (2 * r + 5 * g + b + 4) >> 3);
+  if (choice.rule != DitherRule::Levels) return bits(0, LuminanceOf(r, g, b));
   const uint32_t index = bits(0, r) | bits(1, g) | bits(2, b);
   return index != 0 ? index + choice.addend : 0;
 }

@@ -133,7 +133,7 @@ struct LevelOf {
 
   // The index bits; the value becomes that of the level. The factors repeat a level's bits over the byte.
   Vector Choose(Vector* value) const noexcept {
-    const Vector top = Ops::And(*value, mask);
+    const Vector top = *value & mask;
     *value = Ops::template ShiftRightLogical<8>(Ops::Multiply(top, factor));
     return Ops::ShiftRightBy(top, shift);
   }
@@ -162,9 +162,9 @@ struct LevelsRule {
         blue(choice.levels[2]),
         addend(Ops::Set(static_cast<int32_t>(choice.addend))) {}
   Vector operator()(Vector* values, Vector) const noexcept {
-    const Vector rg = Ops::Or(red.Choose(&values[0]), green.Choose(&values[1]));
-    const Vector index = Ops::Or(rg, blue.Choose(&values[2]));
-    return Ops::Add(index, Ops::And(Ops::Greater(index, Ops::Zero()), addend));
+    const Vector rg = red.Choose(&values[0]) | green.Choose(&values[1]);
+    const Vector index = rg | blue.Choose(&values[2]);
+    return Ops::Add(index, Ops::Greater(index, Ops::Zero()) & addend);
   }
 };
 
@@ -214,7 +214,7 @@ struct MatchesRule {
     const Vector r = Ops::template ShiftRightLogical<3>(values[0]);
     const Vector g = kGray ? r : Ops::template ShiftRightLogical<3>(values[kComponents - 2]);
     const Vector b = kGray ? r : Ops::template ShiftRightLogical<3>(values[kComponents - 1]);
-    const Vector key = Ops::Or(Ops::Or(Ops::template ShiftLeft<10>(r), Ops::template ShiftLeft<5>(g)), b);
+    const Vector key = Ops::template ShiftLeft<10>(r) | Ops::template ShiftLeft<5>(g) | b;
     return Ops::template Match<kComponents>(matches, key, live, values);
   }
 };
@@ -291,7 +291,7 @@ class Wave {
         for (int32_t c = 0; c < kComponents; ++c) chosen[c] = values[c][v];
         Ops::StoreBytes(scratch_.indices[step] + v * Ops::kLanes, rule_(chosen, live[v]));
         for (int32_t c = 0; c < kComponents; ++c) {
-          PutError(c, step, v, Ops::And(live[v], Ops::Subtract(values[c][v], chosen[c])));
+          PutError(c, step, v, live[v] & Ops::Subtract(values[c][v], chosen[c]));
         }
       }
     }
@@ -305,7 +305,7 @@ class Wave {
     const auto least = static_cast<int32_t>(past < -1 ? -1 : past);
     const auto started = Ops::Greater(Ops::Set(most + 1), behind_[v]);
     const auto ended = Ops::Greater(behind_[v], Ops::Set(least));
-    return Ops::And(started, Ops::And(ended, real_[v]));
+    return started & ended & real_[v];
   }
 
   // Of a step of this turn, or of one before it.

@@ -23,8 +23,6 @@ struct Lanes : Level {
 
   static Vector Zero() noexcept { return Vector{}; }
   static Vector Set(int32_t value) noexcept { return Whole(Signed{} + static_cast<Lane>(value)); }
-  static Vector And(Vector a, Vector b) noexcept { return a & b; }
-  static Vector Or(Vector a, Vector b) noexcept { return a | b; }
 
   // These wrap round.
   static Vector Add(Vector a, Vector b) noexcept { return Whole(Bits(a) + Bits(b)); }

@@ -14,7 +14,7 @@ namespace {
 template <typename Ops>
 typename Ops::Vector Distances(typename Ops::Vector entries, typename Ops::Vector blueRed,
                                typename Ops::Vector green) noexcept {
-  const auto first = Ops::Subtract16(Ops::And(entries, Ops::Set(0x00FF00FF)), blueRed);
+  const auto first = Ops::Subtract16(entries & Ops::Set(0x00FF00FF), blueRed);
   const auto second = Ops::Subtract16(Ops::Greens(entries), green);
   return Ops::Add(Ops::MultiplyAdd(first, first), Ops::MultiplyAdd(second, second));
 }

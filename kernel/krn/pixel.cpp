@@ -51,8 +51,7 @@ class Pixel {
     const auto low = static_cast<uint32_t>(value);
     const bool packed = WithPacked(bitmap_.BitsPerPixel, [&](auto p) { p.Put(bytes_, window_.index, low); });
     if (!packed) std::memcpy(bytes_, &value, window_.bytes);
-    const int64_t put = PutRowPart(bitmap_, bytes_, {row_, window_.column, window_.bytes});
-    return put < 0 ? static_cast<int32_t>(put) : kSuccess;
+    return PutWholeRowPart(bitmap_, bytes_, {row_, window_.column, window_.bytes});
   }
 
  private:
