@@ -42,14 +42,15 @@ void Stream::Start(Input& input) {
   const uint64_t length = size ? input.Below(static_cast<uint32_t>(size) + 1) : 0;
   void* block = nullptr;
   if (size > 0) {
-    std::vector<uint8_t> bytes(size);
-    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 31 + 7);
+    for (size_t i = 0; i < length; ++i) data.push_back(static_cast<uint8_t>(i * 31 + 7));
     block = Has(V_StreamHeap) ? V_ReallocBuffer(nullptr, size) : V_SysAllocBlock(size);
-    std::memcpy(Has(V_StreamHeap) ? block : V_SysLockBlock(block), bytes.data(), size);
-    if (!Has(V_StreamHeap)) V_SysUnlockBlock(block);
-    data.assign(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
+    if (length > 0) std::memcpy(Has(V_StreamHeap) ? block : V_SysLockBlock(block), data.data(), length);
+    if (length > 0 && !Has(V_StreamHeap)) V_SysUnlockBlock(block);
   }
   capacity = size;
+  platform::FailCall(1, true);
+  Check(V_StartRedirectToBuffer(&state, &file, flags, block, length, size) == V_StatusNoMemory, "no memory to start");
+  platform::StopFailing();
   Check(V_StartRedirectToBuffer(&state, &file, flags, block, length, size) == 1 && file != -1, "a start failed");
   Check(V_RedirectedSeek(file, 0, 0) == 0, "seek to the start");
 }
@@ -75,10 +76,8 @@ void Stream::Write(Input& input) {
   if (noMemory) platform::FailCall(1, true);
   const int64_t done = V_RedirectedWrite(file, bytes.data(), count);
   if (noMemory) platform::StopFailing();
-  if (!Has(V_StreamWrite)) {
-    Check(done == -1 && V_GetLastRedirectError() == V_StatusStreamNotWritable, "a stream that is not writable");
-    return;
-  }
+  if (!Has(V_StreamWrite))
+    return Check(done == -1 && V_GetLastRedirectError() == V_StatusStreamNotWritable, "a stream that is not writable");
   Check((V_GetLastRedirectError() == 0) == (done >= 0), "last error of a write");
   const bool failed = noMemory && platform::HasFailed();
   if (failed && done == -1 && !Has(V_StreamHeap)) return;  // a movable block could not be locked
@@ -90,10 +89,7 @@ void Stream::Write(Input& input) {
   const bool grows = position > capacity || count > capacity - position;
   if (grows && Has(V_StreamGrow) && !failed && position < kFar)
     capacity = (position + count + kStep - 1) / kStep * kStep;
-  if (position > capacity) {
-    Check(done == -1, "a write beyond the block");
-    return;
-  }
+  if (position > capacity) return Check(done == -1, "a write beyond the block");
   const uint64_t want = std::min(count, capacity - position);
   Check(done == static_cast<int64_t>(want), "bytes written");
   if (position + want > data.size()) data.resize(position + want);  // a gap reads as zeros
@@ -113,10 +109,7 @@ void Stream::Seek(Input& input) {
                                      : static_cast<int64_t>(input.Below(kNear));
   const uint64_t from = origin == 0 ? 0 : origin == 1 ? position : data.size();
   const int64_t done = V_RedirectedSeek(file, offset, origin);
-  if (origin < 0 || origin > 2) {
-    Check(done == -1, "a seek from nowhere");
-    return;
-  }
+  if (origin < 0 || origin > 2) return Check(done == -1, "a seek from nowhere");
   position = from + static_cast<uint64_t>(offset);  // 64 bits; what lies before the start is far beyond the end
   Check(static_cast<uint64_t>(done) == position, "the new position");
   // Between what can grow and what cannot lies what would only use up the machine.
@@ -127,6 +120,9 @@ void Stream::Seek(Input& input) {
 }
 
 void Stream::Reopen(Input& input) {
+  platform::FailCall(1, true);
+  Check(V_RedirectedClose(file) == 0, "a close that cannot trim");
+  platform::StopFailing();
   Check(V_RedirectedClose(file) == 0, "a close");
   if (Has(V_StreamGrow | V_StreamTrim | V_StreamWrite)) capacity = std::min<uint64_t>(capacity, data.size());
   file = V_RedirectedOpen(input.OneIn(2) ? "any name" : "", V_OpenRead | V_OpenWrite);
@@ -139,7 +135,6 @@ void Stream::Stop() {
   void* block = nullptr;
   uint64_t length = 0, room = 0;
   Check(V_StopRedirectToBuffer(state, &block, &length, &room) == 1, "a stop");
-
   Check(length == data.size() && room == capacity, "length and capacity at the stop");
   if (length > 0) {
     const void* address = Has(V_StreamHeap) ? block : V_SysLockBlock(block);

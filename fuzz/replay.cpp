@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <string>
 #include <vector>
+
+#include "support/random.h"
+#include "support/tempdir.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -15,15 +17,9 @@ constexpr int kRandomInputs = 1000;
 
 // Values that targets read as plain choices (small bytes) are as frequent as any others.
 std::vector<uint8_t> RandomInput(uint32_t seed) {
-  uint32_t state = seed * 2654435761u + 1;
-  const auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
-  };
-  std::vector<uint8_t> input(next() % 1500);
-  for (uint8_t& byte : input) byte = static_cast<uint8_t>(next() % 2 ? next() >> 8 : (next() >> 8) % 24);
+  vexatest::Random random(seed);
+  std::vector<uint8_t> input(random.Below(1500));
+  for (uint8_t& byte : input) byte = static_cast<uint8_t>(random.Coin() ? random.Next() : random.Below(24));
   return input;
 }
 
@@ -36,10 +32,9 @@ int main(int count, char** arguments) {
     for (const auto& entry : std::filesystem::directory_iterator(arguments[i])) files.push_back(entry.path());
     std::sort(files.begin(), files.end());
     for (const std::filesystem::path& path : files) {
-      std::ifstream in(path, std::ios::binary);
-      const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
       std::printf("%s\n", path.filename().string().c_str());
       std::fflush(stdout);  // a crash must not hide the name
+      const std::string bytes = vexatest::ReadAll(vexatest::Utf8(path));
       LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
       ++saved;
     }

@@ -60,16 +60,20 @@ inline bool Disarm() {
   return trouble.refused || failed;
 }
 
+inline void ResetSettings(int32_t level, uint64_t* oldLimit = nullptr) {
+  V_SetMemoryThresholds(0, 0, 0, 0, 0, 31);
+  V_SetDefaultMemoryType(V_MemoryConventional);
+  V_ManageMemory(V_MemorySetLimit, 0, oldLimit);
+  V_SetCpuLevel(level);
+}
+
 // Default settings and plain kernels, for what the twin does.
 class Quiet {
  public:
   Quiet() : level_(V_GetCpuLevel()) {
     V_GetMemoryThresholds(&reserve_, &conventional_, &tile_, &fourth_, &fifth_);
     V_GetDefaultMemoryType(&type_);
-    V_SetMemoryThresholds(0, 0, 0, 0, 0, 31);
-    V_SetDefaultMemoryType(V_MemoryConventional);
-    V_ManageMemory(V_MemorySetLimit, 0, &limit_);
-    V_SetCpuLevel(0);
+    ResetSettings(0, &limit_);
   }
   ~Quiet() {
     V_SetMemoryThresholds(reserve_, conventional_, tile_, fourth_, fifth_, 31);

@@ -87,7 +87,6 @@ void DitherNextLines(DitherContext& pass, const uint8_t* source, uint64_t source
       }
     }
     count -= band.rows;
-    pass.line += static_cast<uint32_t>(band.rows);
   }
 }
 

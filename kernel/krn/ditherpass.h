@@ -79,7 +79,7 @@ struct DitherContext {
   int32_t components;  // 1 where source and palette are gray: all three would be equal
   bool whole;          // every index that the class can give is one of the palette
   DitherChoice choice;
-  uint32_t line;  // counts lines
+  uint32_t line;  // counts those that come one by one; patterns know no bands
 
   // Palettes with a table.
   uint8_t candidates[kMaxColors];  // entries that are not barred

@@ -155,19 +155,13 @@ TEST(ColorRes, OptimizedPalettes) {
 
   const auto error = [](uint32_t options) {
     ColorPicture picture;
-    Bitmap result;
-    EXPECT_EQ(V_ColorResBitmap(picture.bitmap, result, kCurrentLayout, 8, options | V_ColorResSlowMatch, nullptr,
-                               nullptr, 64),
-              1);
-    EXPECT_LE(Field(result->nColors), 64);
+    const Pixels was = ReadPixels(picture.bitmap);
+    EXPECT_EQ(V_ColorResBitmap(picture.bitmap, nullptr, 0, 8, options | V_ColorResSlowMatch, nullptr, nullptr, 64), 1);
+    EXPECT_LE(Field(picture.bitmap->nColors), 64);
+    EXPECT_EQ(V_ColorResBitmap(picture.bitmap, nullptr, 0, 24, 0, nullptr, nullptr, 0), 1);
+    const Pixels is = ReadPixels(picture.bitmap);
     uint64_t sum = 0;
-    for (size_t y = 0; y < kHeight; ++y)
-      for (size_t x = 0; x < kWidth; ++x) {
-        const RGBQUAD was = picture.At(x, y);
-        const RGBQUAD is = result->pPalette[result->Addr.Windows.pData[y * result->BytesPerLine + x]];
-        for (const int d : {was.rgbRed - is.rgbRed, was.rgbGreen - is.rgbGreen, was.rgbBlue - is.rgbBlue})
-          sum += static_cast<uint64_t>(d * d);
-      }
+    for (size_t i = 0; i < is.size(); ++i) sum += static_cast<uint64_t>((was[i] - is[i]) * (was[i] - is[i]));
     return sum;
   };
   EXPECT_LT(error(V_ColorResOptimized) * 2, error(V_ColorResFixedPalette));
@@ -197,6 +191,17 @@ TEST(ColorRes, TheCommonColorOfAVastPictureIsKept) {
             1);
   const RGBQUAD& first = result->pPalette[result->Addr.Windows.pData[0] >> 4];
   EXPECT_EQ(first.rgbRed & first.rgbGreen & first.rgbBlue, 255);
+}
+
+// Of more pixels than are counted no pattern is missed.
+TEST(ColorRes, AVastPatternKeepsItsColors) {
+  Bitmap stripes, result;
+  ASSERT_EQ(stripes.Create(V_MemoryConventional, 4096, 4098, 1), 1);
+  Pixels pixels(stripes->BytesPerLine * size_t{4098});
+  for (size_t y = 1; y < 4098; y += 2) std::fill_n(&pixels[y * stripes->BytesPerLine], stripes->BytesPerLine, 0xFF);
+  WritePixels(stripes, pixels);
+  ASSERT_EQ(V_ColorResBitmap(stripes, result, kCurrentLayout, 1, V_ColorResOptimized, nullptr, nullptr, 2), 1);
+  EXPECT_TRUE(ReadPixels(result) == pixels);
 }
 
 TEST(ColorRes, TheRecordFollowsTheNewFormat) {
@@ -235,6 +240,16 @@ TEST(ColorRes, TheRecordFollowsTheNewFormat) {
   EXPECT_EQ(V_IntIsGrayScaleBitmap(frame, 0), 1);
 }
 
+// Refuses at the k-th call.
+struct Refusal {
+  explicit Refusal(int32_t k) : left(k) { V_SetStatusCallBack(&Call, this, nullptr, nullptr); }
+  ~Refusal() { V_SetStatusCallBack(nullptr, nullptr, nullptr, nullptr); }
+  Refusal(const Refusal&) = delete;
+  Refusal& operator=(const Refusal&) = delete;
+  static int32_t V_CALL Call(int32_t, void* self) { return --static_cast<Refusal*>(self)->left == 0 ? -100 : 1; }
+  int32_t left;
+};
+
 TEST(ColorRes, RefusesWithoutAChange) {
   ColorPicture picture;
   BITMAPHANDLE* const bitmap = picture.bitmap;
@@ -269,38 +284,14 @@ TEST(ColorRes, RefusesWithoutAChange) {
     EXPECT_EQ(other.Snapshot(), untouched);
     EXPECT_EQ(picture.bitmap.Snapshot(), record);
   }
+  for (const int32_t k : {1, 2, 40, 71}) {  // 71 calls: before the first row, and for each
+    const Refusal refusal(k);
+    EXPECT_EQ(V_ColorResBitmap(bitmap, nullptr, 0, 8, 0, nullptr, nullptr, 0), -100);
+    EXPECT_EQ(picture.bitmap.Snapshot(), record);
+  }
   EXPECT_EQ(ReadPixels(bitmap), pixels);
   other.Init(4, 4, 8);
   EXPECT_EQ(V_ColorResBitmap(other, nullptr, 0, 1, 0, nullptr, nullptr, 0), -2);
-}
-
-// Refuses at the k-th call.
-struct Refusal {
-  explicit Refusal(int32_t k) : left(k) { V_SetStatusCallBack(&Call, this, nullptr, nullptr); }
-  ~Refusal() { V_SetStatusCallBack(nullptr, nullptr, nullptr, nullptr); }
-  Refusal(const Refusal&) = delete;
-  Refusal& operator=(const Refusal&) = delete;
-  static int32_t V_CALL Call(int32_t, void* self) { return --static_cast<Refusal*>(self)->left == 0 ? -100 : 1; }
-  int32_t left;
-};
-
-TEST(ColorRes, ACancelledCallChangesNothing) {
-  int32_t status = 0, refused = 0;
-  for (int32_t k = 1; status != 1; k += 13) {
-    AccountBalance balance;
-    ColorPicture picture;
-    const Pixels pixels = ReadPixels(picture.bitmap), record = picture.bitmap.Snapshot();
-    {
-      const Refusal refusal(k);
-      status = V_ColorResBitmap(picture.bitmap, nullptr, 0, 8, 0, nullptr, nullptr, 0);
-    }
-    if (status == 1) break;
-    ++refused;
-    EXPECT_EQ(status, -100);
-    EXPECT_EQ(picture.bitmap.Snapshot(), record);
-    EXPECT_EQ(ReadPixels(picture.bitmap), pixels);
-  }
-  EXPECT_EQ(refused, 6);  // 71 calls: before the first row, and for each
 }
 
 TEST(ColorRes, ListsChangeAsAWholeAndKeepTheirOverlays) {

@@ -18,7 +18,7 @@ struct Source : StoredBitmap {
 };
 
 // Padding bits are nobody's pixels, and not every storage keeps them.
-void ExpectSamePixels(BITMAPHANDLE* got, BITMAPHANDLE* want, int32_t left = 0, int32_t top = 0) {
+void ExpectSamePixels(BITMAPHANDLE* got, BITMAPHANDLE* want, int32_t left, int32_t top) {
   const std::vector<uint8_t> a = ReadPixels(got), b = ReadPixels(want);
   for (int32_t row = 0; row < got->Height; ++row)
     for (int32_t column = 0; column < got->Width; ++column)
@@ -28,52 +28,32 @@ void ExpectSamePixels(BITMAPHANDLE* got, BITMAPHANDLE* want, int32_t left = 0, i
           << "row " << row << ", column " << column;
 }
 
-// The callback of a copy: what it was told, and the call at which it refuses.
-struct Report {
-  std::vector<int32_t> told;
-  size_t refuseAt = 0;
-
-  Report() { V_SetCopyStatusCallBack(&Tell, this, nullptr, nullptr); }
-  ~Report() { V_SetCopyStatusCallBack(nullptr, nullptr, nullptr, nullptr); }
-  Report(const Report&) = delete;
-  Report& operator=(const Report&) = delete;
-
- private:
-  static int32_t V_CALL Tell(int32_t percent, void* self) {
-    auto& report = *static_cast<Report*>(self);
-    report.told.push_back(percent);
-    return report.told.size() == report.refuseAt ? -100 : 1;
-  }
-};
-
-class CopyKinds : public testing::TestWithParam<StorageKind> {
-  AccountBalance balance_;
-};
-INSTANTIATE_TEST_SUITE_P(All, CopyKinds, testing::ValuesIn(kStorageKinds), testing::PrintToStringParamName());
-
-TEST_P(CopyKinds, RectanglesHoldTheirPixelsAndNothingElse) {
-  for (const int32_t bits : kDepths) {
-    if (!GetParam().Holds(bits)) continue;
-    Random random(static_cast<uint64_t>(bits));
-    Source source(GetParam(), kCurrentLayout, bits);
-    for (int round = 0; round < 6; ++round) {
-      const int32_t left = random.Between(-9, kWidth - 1), top = random.Between(-5, kHeight - 1);
-      const int32_t width = random.Between(1 + std::max(0, -left), kWidth + 9);
-      const int32_t height = random.Between(1 + std::max(0, -top), kHeight + 9);
-      SCOPED_TRACE(testing::Message() << bits << " bits, " << left << "," << top << " " << width << "x" << height);
-      Bitmap copy(random.Coin() ? kCurrentLayout : kOlderLayout);
-      const uint32_t memory = bits == 1 && random.Coin() ? V_MemoryCompressed : V_MemoryConventional;
-      ASSERT_EQ(V_CopyBitmapRect2(copy, source, copy.StructSize(), left, top, width, height, memory), 1);
-      const int32_t x = std::max(left, 0), y = std::max(top, 0);
-      ASSERT_EQ(copy->Width, std::min(left + width, kWidth) - x);
-      ASSERT_EQ(copy->Height, std::min(top + height, kHeight) - y);
-      ExpectSamePixels(copy, source, x, y);
-      const std::vector<uint8_t> rows = ReadPixels(copy);
-      for (size_t bit = static_cast<size_t>(copy->Width * bits); bits != 12 && bit < 8 * copy->BytesPerLine; ++bit)
-        ASSERT_EQ(rows[bit / 8] & (0x80u >> bit % 8), 0u) << "padding bit " << bit;
+TEST(Copy, RectanglesHoldTheirPixelsAndNothingElse) {
+  AccountBalance balance;
+  for (const StorageKind& kind : kStorageKinds)
+    for (const int32_t bits : kDepths) {
+      if (!kind.Holds(bits)) continue;
+      Random random(static_cast<uint64_t>(bits));
+      Source source(kind, kCurrentLayout, bits);
+      for (int round = 0; round < 6; ++round) {
+        const int32_t left = random.Between(-9, kWidth - 1), top = random.Between(-5, kHeight - 1);
+        const int32_t width = random.Between(1 + std::max(0, -left), kWidth + 9);
+        const int32_t height = random.Between(1 + std::max(0, -top), kHeight + 9);
+        SCOPED_TRACE(testing::Message() << kind.name << ", " << bits << " bits, " << left << "," << top << " " << width
+                                        << "x" << height);
+        Bitmap copy(random.Coin() ? kCurrentLayout : kOlderLayout);
+        const uint32_t memory = bits == 1 && random.Coin() ? V_MemoryCompressed : V_MemoryConventional;
+        ASSERT_EQ(V_CopyBitmapRect2(copy, source, copy.StructSize(), left, top, width, height, memory), 1);
+        const int32_t x = std::max(left, 0), y = std::max(top, 0);
+        ASSERT_EQ(copy->Width, std::min(left + width, kWidth) - x);
+        ASSERT_EQ(copy->Height, std::min(top + height, kHeight) - y);
+        ExpectSamePixels(copy, source, x, y);
+        const std::vector<uint8_t> rows = ReadPixels(copy);
+        for (size_t bit = static_cast<size_t>(copy->Width * bits); bits != 12 && bit < 8 * copy->BytesPerLine; ++bit)
+          ASSERT_EQ(rows[bit / 8] & (0x80u >> bit % 8), 0u) << "padding bit " << bit;
+      }
+      EXPECT_EQ(ReadPixels(source), source.pixels);
     }
-    EXPECT_EQ(ReadPixels(source), source.pixels);
-  }
 }
 
 // What a move into other storage was asked for is what is reported afterwards, and no other.
@@ -98,82 +78,69 @@ TEST(Move, GivesTheStorageThatWasAskedFor) {
   }
 }
 
-TEST(Copy, TakesOverlaysAlong) {
-  AccountBalance balance;
-  Source source(kConventionalKind, kCurrentLayout, 16), small(kConventionalKind, kOlderLayout, 8);
-  source->ViewPerspective = 6;
-  source->HighBit = 13;
-  const BITMAPOVERLAY overlay = {sizeof overlay, 10, 20, 2, small};
-  ASSERT_EQ(V_SetBitmapOverlay(source, 5, &overlay), 1);
-  Bitmap copy, part;
-  ASSERT_EQ(V_CopyBitmap(copy, source, kCurrentLayout), 1);
-  EXPECT_EQ(Differences(copy, source), "");
-  ASSERT_EQ(V_CopyBitmapRect(part, source, kCurrentLayout, 3, 4, 20, 6), 1);
-  BITMAPOVERLAY got = {sizeof got, 0, 0, 0, nullptr};
-  ASSERT_EQ(V_GetBitmapOverlay(part, 5, &got), 1);
-  EXPECT_EQ(got.x, 7);
-  EXPECT_EQ(got.y, 17) << "as displayed, from the right";
-  EXPECT_EQ(ReadPixels(got.pBitmap), small.pixels);
-}
-
-TEST(Overlays, SlotsHoldDeepCopies) {
+// Slots hold copies of bitmaps of either layout, which stay when there is new storage and go along with copies.
+TEST(Overlays, AreDeepCopiesThatGoAlong) {
   for (const uint32_t layout : kLayouts) {
     AccountBalance balance;
-    Bitmap bitmap(layout);
-    ASSERT_EQ(bitmap.Create(V_MemoryConventional, 20, 20, 24, V_OrderBgr), 1);
-    for (int32_t slot = 15; slot >= 0; --slot) {
-      Bitmap source(slot % 2 == 0 ? kCurrentLayout : kOlderLayout);
-      ASSERT_EQ(source.Create(slot % 3 == 0 ? V_MemoryDisk : V_MemoryConventional, 3 + slot, 5, 4), 1);
-      WritePixels(source, std::vector<uint8_t>(source->BytesPerLine * size_t{5}, static_cast<uint8_t>(slot)));
+    Bitmap bitmap(layout), copy, part;
+    ASSERT_EQ(bitmap.Create(V_MemoryConventional, kWidth, kHeight, 16, V_OrderBgr, V_ViewRightTop), 1);
+    for (const int32_t slot : {15, 0}) {
+      Source source(kConventionalKind, slot == 0 ? kCurrentLayout : kOlderLayout, 8, static_cast<uint64_t>(slot));
       source->pPalette[2].rgbRed = static_cast<uint8_t>(slot);
-      const BITMAPOVERLAY overlay = {sizeof overlay, slot, -slot, 2, source};
+      const BITMAPOVERLAY overlay = {sizeof overlay, slot, 20, 2, source};
       ASSERT_EQ(V_SetBitmapOverlay(bitmap, slot, &overlay), 1);
-      // The caller's bitmap is freed at once.
     }
-    EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1) << "new storage, but not of its overlays";
+    EXPECT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
+    ASSERT_EQ(V_CopyBitmap(copy, bitmap, kCurrentLayout), 1);
+    EXPECT_EQ(Differences(copy, bitmap), "");
+    ASSERT_EQ(V_CopyBitmapRect(part, bitmap, kCurrentLayout, 5, 4, 20, 6), 1);
     BITMAPOVERLAY got = {};
-    for (int32_t slot = 0; slot < 16; ++slot) {
-      EXPECT_EQ(V_FreeBitmapOverlay(bitmap, slot - 1), slot == 0 ? -13 : 1);
-      EXPECT_EQ(V_GetBitmapOverlay(bitmap, slot - 1, &got), slot == 0 ? -13 : -2);
-      ASSERT_EQ(V_GetBitmapOverlay(bitmap, slot, &got), 1);
-      EXPECT_TRUE(got.uStructSize == 24 && got.x == slot && got.y == -slot && got.uFlags == 2) << slot;
-      EXPECT_EQ(got.pBitmap->Width, 3 + slot);
+    for (const int32_t slot : {0, 15}) {
+      ASSERT_EQ(V_GetBitmapOverlay(part, slot, &got), 1);
+      EXPECT_EQ(std::pair(got.x, got.y), std::pair(slot - 3, 15)) << "as displayed, from the right";
+      ASSERT_EQ(V_GetBitmapOverlay(copy, slot, &got), 1);
+      EXPECT_TRUE(got.uStructSize == 24 && got.x == slot && got.y == 20 && got.uFlags == 2) << slot;
       EXPECT_EQ(got.pBitmap->pPalette[2].rgbRed, slot);
-      const std::vector<uint8_t> pixels = ReadPixels(got.pBitmap);
-      EXPECT_EQ(pixels, std::vector<uint8_t>(pixels.size(), static_cast<uint8_t>(slot)));
+      EXPECT_EQ(ReadPixels(got.pBitmap), Source(kConventionalKind, layout, 8, static_cast<uint64_t>(slot)).pixels);
     }
-    EXPECT_EQ(V_GetBitmapOverlay(bitmap, 16, &got), -13);
+    EXPECT_EQ(V_FreeBitmapOverlay(bitmap, 0), 1);
+    for (const auto& [slot, status] : {std::pair(-1, -13), {0, -2}, {15, 1}, {16, -13}})
+      EXPECT_EQ(V_GetBitmapOverlay(bitmap, slot, &got), status) << slot;
   }
 }
 
 // Percentages of any height are those of 100 / height a row with the remainder carried; a refusal ends the copy there and is
 // passed on.
 TEST(Copy, ReportsWhenThePercentageChanges) {
-  AccountBalance balance;
+  struct Report {
+    std::vector<int32_t> told;
+    size_t refuseAt;
+  };
+  const auto tell = [](int32_t percent, void* userData) {
+    auto& report = *static_cast<Report*>(userData);
+    report.told.push_back(percent);
+    return report.told.size() == report.refuseAt ? -100 : 1;
+  };
   for (const int32_t height : {1, 5, 7, 99, 100, 101, 333, 1250})
     for (const uint32_t memory : {1u, 128u}) {
       SCOPED_TRACE(testing::Message() << height << " rows in " << memory);
       std::vector<int32_t> expected = {0}, rowOf = {0};
       for (int32_t row = 1; row <= height; ++row)
         if (row * 100 / height != expected.back()) expected.push_back(row * 100 / height), rowOf.push_back(row);
-      Bitmap source, target, refused;
+      Bitmap source, target;
       source.Create(memory, 8, height, 8);
       target.Create(1, 8, height, 8);
       WritePixels(source, std::vector<uint8_t>(8 * static_cast<size_t>(height), 0xEE));
-      Report report;
-      report.refuseAt = expected.size() / 2 + 1;
+      Report refusing{{}, expected.size() / 2 + 1}, whole{{}, 0};
+      V_SetCopyStatusCallBack(tell, &refusing, nullptr, nullptr);
       EXPECT_EQ(V_CopyBitmapData(target, source), -100);
-      EXPECT_EQ(report.told.size(), report.refuseAt);
+      EXPECT_EQ(refusing.told.size(), refusing.refuseAt);
       const std::vector<uint8_t> rows = ReadPixels(target);
-      EXPECT_EQ(std::count(rows.begin(), rows.end(), 0xEE), 8 * rowOf[report.refuseAt - 1])
-          << "rows before the refusal";
-      report.told.clear();
-      EXPECT_EQ(V_CopyBitmap2(refused, source, kCurrentLayout, 1), -100);
-      EXPECT_EQ(refused.StorageFlags(), 0u);
-      report.told.clear();
-      report.refuseAt = 0;
-      ASSERT_EQ(V_CopyBitmapData(target, source), 1);
-      EXPECT_EQ(report.told, expected);
+      EXPECT_EQ(std::count(rows.begin(), rows.end(), 0xEE), 8 * rowOf[refusing.refuseAt - 1]);
+      V_SetCopyStatusCallBack(tell, &whole, nullptr, nullptr);
+      EXPECT_EQ(V_CopyBitmapData(target, source), 1);
+      V_SetCopyStatusCallBack(nullptr, nullptr, nullptr, nullptr);
+      EXPECT_EQ(whole.told, expected);
     }
 }
 
@@ -275,15 +242,14 @@ TEST(Copy, SurvivesWhatItsCallbacksDo) {
   thresholds.Fifth(1);
   Bitmap tiled, kept;
   tiled.Create(V_MemoryTiled, 65536, 8, 8);
-  ASSERT_EQ(V_SetBitmapMemoryInfo(tiled, V_MemoryTiled, 65536, 1, 1, 15), 1);
   const std::vector<uint8_t> pixels = Random(5).Bytes(size_t{65536} * 8);
   WritePixels(tiled, pixels);
   BITMAPHANDLEDATACALLBACKS table{};
   table.uStructSize = sizeof table;
   table.pUserData = tiled;
   table.PutBitmapRowCol = [](BITMAPHANDLE*, const void* buffer, int32_t row, int32_t, uint64_t, void* userData) {
-    std::vector<uint8_t> other(65536);
-    const std::vector<uint8_t> before(static_cast<const uint8_t*>(buffer), static_cast<const uint8_t*>(buffer) + 65536);
+    std::vector<uint8_t> other(65536), before(65536);
+    std::memcpy(before.data(), buffer, before.size());
     for (int32_t at = 0; at < 8; ++at) V_GetBitmapRow(static_cast<BITMAPHANDLE*>(userData), other.data(), at, 65536);
     EXPECT_EQ(std::memcmp(buffer, before.data(), before.size()), 0) << "row " << row;
     return uint64_t{0};
@@ -306,7 +272,6 @@ TEST(Copy, RefusesWhatCannotBeCopied) {
   EXPECT_EQ(V_CopyBitmapData(nullptr, source), -2);
   EXPECT_EQ(V_CopyBitmapData(source, nullptr), -2);
   EXPECT_EQ(V_CopyBitmapData(empty, source), -2);
-  EXPECT_EQ(V_CopyBitmapData(source, source), 1);
   EXPECT_EQ(V_CopyBitmapData(lower, source), -13) << "fewer rows";
   EXPECT_EQ(V_CopyBitmap(nullptr, source, 284), -13);
   EXPECT_EQ(V_CopyBitmap(target, nullptr, 284), -13);
@@ -327,8 +292,8 @@ TEST(Copy, RefusesWhatCannotBeCopied) {
   source->uStructSize = 100;
   EXPECT_EQ(V_CopyBitmap(target, source, 284), -789);
   source->uStructSize = kCurrentLayout;
-  EXPECT_EQ(V_SetBitmapMemoryInfo(nullptr, 1, 0, 0, 0, 1), -2);
-  EXPECT_EQ(V_SetBitmapMemoryInfo(empty, 1, 0, 0, 0, 1), -2);
+  for (BITMAPHANDLE* none : {static_cast<BITMAPHANDLE*>(nullptr), empty.get()})
+    EXPECT_EQ(V_SetBitmapMemoryInfo(none, 1, 0, 0, 0, 1), -2);
   EXPECT_EQ(ReadPixels(source), source.pixels);
 }
 

@@ -17,24 +17,18 @@ class CpuLevel : public ::testing::Test {
   const int32_t start_, best_;
 };
 
-TEST_F(CpuLevel, IsWhatWasAskedForOrTheBestThereIs) {
-  ASSERT_GE(best_, 0);
-  ASSERT_LE(best_, 3);
-  EXPECT_LE(start_, best_);
-  for (int32_t asked : {0, 1, 2, 3, 4, 1000, -1, std::numeric_limits<int32_t>::min()}) {
-    const int32_t level = V_SetCpuLevel(asked);
-    EXPECT_EQ(level, std::clamp(asked, 0, best_)) << asked;
-    EXPECT_EQ(V_GetCpuLevel(), level);
-  }
-}
-
 TEST(DISABLED_Child, TellsItsCpuLevel) {
   std::ofstream(vexatest::FromUtf8(std::string(std::getenv(vexatest::kChildFolder)) + "/level"))
       << V_GetCpuLevel() << std::endl;
   vexatest::FinishChild();
 }
 
-TEST_F(CpuLevel, TheEnvironmentLowersItFromTheStart) {
+TEST_F(CpuLevel, IsWhatWasAskedForAndTheEnvironmentLowersItFromTheStart) {
+  ASSERT_LE(best_, 3);
+  for (const int32_t asked : {0, 1, 2, 3, 1000, -1, std::numeric_limits<int32_t>::min()}) {
+    EXPECT_EQ(V_SetCpuLevel(asked), std::clamp(asked, 0, best_)) << asked;
+    EXPECT_EQ(V_GetCpuLevel(), std::clamp(asked, 0, best_));
+  }
   const char* old = std::getenv(kVariable);
   const std::string saved = old ? old : "";
   Folder folder;

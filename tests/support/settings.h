@@ -1,4 +1,4 @@
-// Settings of the thread and of the process, put back when the scope ends.
+// Settings of the thread and of the process, put back when the scope ends; among them the level of processor features.
 #ifndef VEXAKRN_TESTS_SUPPORT_SETTINGS_H
 #define VEXAKRN_TESTS_SUPPORT_SETTINGS_H
 
@@ -10,6 +10,18 @@
 #include "vexakrn.h"
 
 namespace vexatest {
+
+// Runs a body at each level that there is.
+template <typename Body>
+void AtEachLevel(Body body) {
+  const int32_t start = V_GetCpuLevel();
+  for (int32_t level = 0; level <= 3 && V_SetCpuLevel(level) == level; ++level) {
+    SCOPED_TRACE(testing::Message() << "level " << level);
+    body();
+    if (testing::Test::HasFatalFailure()) break;
+  }
+  V_SetCpuLevel(start);
+}
 
 struct Scoped {
   Scoped() = default;

@@ -84,14 +84,13 @@ inline void PrintTo(const StorageKind& kind, std::ostream* out) { *out << kind.n
 inline constexpr uint32_t kInMemory = V_FlagAllocated | V_FlagConventionalMemory;
 inline constexpr StorageKind kConventionalKind = {"Conventional", StorageKind::kRequest, V_MemoryConventional,
                                                   kInMemory};
-inline constexpr StorageKind kUserKind = {"User", StorageKind::kUser, V_MemoryUser, kInMemory | V_FlagMirror};
 inline constexpr StorageKind kHostKind = {"Host", StorageKind::kHost, V_MemoryConventional,
                                           V_FlagAllocated | V_FlagMirror};
 inline constexpr StorageKind kMovableKind = {"Movable", StorageKind::kMovable, V_MemoryConventional,
                                              kInMemory | V_FlagGlobal};
 inline constexpr StorageKind kStorageKinds[] = {
     kConventionalKind,
-    kUserKind,
+    {"User", StorageKind::kUser, V_MemoryUser, kInMemory | V_FlagMirror},
     {"TilesOfOneRow", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 0},
     {"TilesOfThreeRows", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 3},
     {"TilesMostlyInFile", StorageKind::kRequest, V_MemoryTiled, kInMemory | V_FlagTiled, 3, 1},

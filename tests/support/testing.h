@@ -19,7 +19,6 @@
 
 #include "support/bitmap.h"
 #include "support/guarded.h"
-#include "support/levels.h"
 #include "support/pixelmodel.h"
 #include "support/random.h"
 #include "support/settings.h"

@@ -1,13 +1,9 @@
 // What can go wrong for a user: one clear line, the right exit code, nothing left behind.
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <sstream>
-
-#include "tool/expect.h"
+#include "tool/tool.h"
 
 #ifndef _WIN32
 #include <unistd.h>
+#include <csignal>
 #endif
 
 namespace tool {
@@ -19,9 +15,9 @@ TEST(Failure, EverySampleCutShortIsAnErrorWithoutOutput) {
     const std::string extension = name.ends_with(".gif") ? "gif" : CanRead("x.tif") ? "tif" : "pam";
     for (const size_t length : {size_t{0}, size_t{1}, size_t{9}, size_t{30}, size_t{200}, content.size() / 2,
                                 content.size() * 9 / 10, content.size() - 3}) {
-      if (length >= content.size()) continue;
-      // Here the last bytes are not of the picture.
-      if (length + 3 == content.size() && (name.ends_with(".tif") || name.ends_with(".gif"))) continue;
+      // The last bytes of these formats are not of the picture.
+      const bool whole = length + 3 == content.size() && (name.ends_with(".tif") || name.ends_with(".gif"));
+      if (length >= content.size() || whole) continue;
       SCOPED_TRACE(name + " cut to " + std::to_string(length));
       const Folder folder;
       Save(folder / "cut", content.substr(0, length));
@@ -89,18 +85,20 @@ TEST(Failure, PlacesThatCannotBeReadOrWritten) {
 }
 
 TEST(Failure, WrongUsageHasItsOwnExitCode) {
-  std::istringstream lines(
-      "\nconvert ~mr_abdomen_u12.pgm b.xyz\npaint\ninfo\ninfo --colour a.png\nconvert a.pgm\nconvert a.pgm b.pgm "
-      "c.pgm\nconvert a.pgm b.pgm --storage "
-      "paper\n"
-      "convert a.pgm b.pgm --tile-size 64Q\nconvert a.pgm b.pgm --memory-limit 0\nconvert a.pgm b.pgm --page 0\n"
-      "convert a.pgm b.pgm --page one\ncrop a.pgm b.pgm\ncrop a.pgm b.pgm --rect 1,2,3\ncrop a.pgm b.pgm --rect "
-      "1,2,3,4,5\n"
-      "crop a.pgm b.pgm --rect 0,0,0,9\ncrop a.pgm b.pgm --rect 0,0,9,9999999999\ncrop a.pgm b.pgm --rect "
-      "0,0,9,9x\npages\n"
-      "pages split a.pgm\npages split a.pgm b\npages split a.pgm b.pgm --pages 0\npages split a.pgm b.pgm --pages 3-2\n"
-      "pages split a.pgm b.pgm --pages 1,,2\npages join a.tif\npages join a.pgm b.pgm");
-  for (std::string line; std::getline(lines, line);) ExpectOneLine(Vexa(Words(line)), 2, "--help");
+  const std::pair<const char*, std::vector<const char*>> kLines[] = {
+      {"", {"", "paint", "info", "pages", "info --colour a.png", "convert a.pgm", "convert ~mr_abdomen_u12.pgm b.xyz"}},
+      {"convert a.pgm b.pgm ",
+       {"c.pgm", "--storage paper", "--tile-size 64Q", "--memory-limit 0", "--page 0", "--page x"}},
+      {"convert ~ct_body_s16.pgm b.pam ", {"--bits 9", "--dither stucki"}},
+      {"convert ~ct_body_s16.pgm b.pam --bits ",
+       {"4 --dither sepia", "24 --dither none", "24 --order gray", "8 --order rgb", "24 --palette fixed",
+        "4 --colors 17", "4 --colors 0"}},
+      {"crop a.pgm b.pgm", {"", " --rect 1,2"}},
+      {"crop a.pgm b.pgm --rect 1,2,", {"3", "3,4,5", "0,9", "9,9999999999", "9,9x"}},
+      {"pages split a.pgm ", {"", "b", "b.pgm --pages 0", "b.pgm --pages 3-2", "b.pgm --pages 1,,2"}},
+      {"pages join ", {"a.tif", "a.pgm b.pgm"}}};
+  for (const auto& [start, ends] : kLines)
+    for (const char* end : ends) ExpectOneLine(Vexa(Words(std::string(start) + end)), 2, "--help");
   for (const char* line : {"--help", "info --help", "convert --help", "--version"}) {
     const Outcome outcome = Vexa(Words(line));
     EXPECT_EQ(outcome.exitCode, 0);
@@ -112,33 +110,18 @@ TEST(Output, MayBeTheInput) {
   const Folder folder;
   const std::string path = folder / "same.pgm", content = RandomPnm("P5\n50 40\n255\n", 2000, 255);
   Save(path, content);
-  ASSERT_EQ(Vexa({"convert", path, path}).exitCode, 0);
+  ExpectQuiet({"convert", path, path});
   EXPECT_TRUE(Load(path) == content);
-  ASSERT_EQ(Vexa({"convert", path, path, "--format", "pam"}).exitCode, 0);
+  ExpectQuiet({"convert", path, path, "--format", "pam"});
   EXPECT_EQ(Load(path).substr(0, 2), "P7");
   EXPECT_EQ(folder.Names().size(), 1u);
-  if (!CanRead("x.gif")) return;
-  const std::string animation = folder / "a.gif";
-  Save(animation, Load(SamplePath("anim_cat_mixed.gif")));
-  ASSERT_EQ(Vexa({"convert", animation, animation}).exitCode, 0);
-  Decoded frame;
-  Decode(animation, &frame, 9);
-  EXPECT_EQ(frame.pages, 10);
   // A failure leaves the old file.
-  Save(animation, Load(SamplePath("anim_cat_mixed.gif")).substr(0, 40000));
-  EXPECT_EQ(Vexa({"convert", animation, animation}).exitCode, 1);
-  EXPECT_EQ(Load(animation).size(), 40000u);
+  Save(path, content.substr(0, 1500));
+  ExpectOneLine(Vexa({"convert", path, path}), 1, "same.pgm: ");
+  EXPECT_TRUE(Load(path) == content.substr(0, 1500));
 }
 
 #ifndef _WIN32
-// True once the run has written something aside.
-bool HasGrowingAside(const Folder& folder) {
-  std::error_code ignored;
-  for (const std::string& name : folder.Names())
-    if (name.starts_with(".vexa-") && fs::file_size(folder / name, ignored) > 1000000) return true;
-  return false;
-}
-
 // A killed run leaves its file, which the next run sweeps.
 TEST(Output, StoppedRunsLeaveNothing) {
   const Folder folder;
@@ -146,11 +129,15 @@ TEST(Output, StoppedRunsLeaveNothing) {
   Save(folder / others, "another machine's");
   Save(folder / "in.ppm", "P6\n6000 6000\n255\n" + std::string(size_t{6000} * 6000 * 3, 'v'));
   for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+    std::signal(signal, SIG_DFL);  // which a background job may have been told to ignore
     bool sent = false;
     int tries = 0;
     const Outcome outcome = RunProgram(
         VEXA_PROGRAM, {"convert", folder / "in.ppm", folder / "out.ppm", "--storage", "disk"}, [&](auto& process) {
-          sent = HasGrowingAside(folder) && kill(process.Handle(), signal) == 0;
+          std::error_code none;
+          for (const std::string& name : folder.Names())  // once something was written aside
+            if (name.starts_with(".vexa-") && fs::file_size(folder / name, none) > 1000000 && !none)
+              sent = kill(process.Handle(), signal) == 0;
           return sent || ++tries > 20000;
         });
     ASSERT_TRUE(sent);
